@@ -1,0 +1,22 @@
+// The fault switches of the test build. Counting is atomic, so that worker threads may allocate while a test counts.
+#include "Source/Faults.h"
+
+#if defined(KQ_TESTING)
+
+#include <atomic>
+
+namespace kq {
+
+FaultSwitch allocationFaults;
+FaultSwitch fileFaults;
+
+bool FaultSwitch::Fails() {
+    i64 number = std::atomic_ref(calls).fetch_add(1, std::memory_order_relaxed) + 1;
+    if (failAt == 0 || (once ? number != failAt : number < failAt)) return false;
+    std::atomic_ref(failures).fetch_add(1, std::memory_order_relaxed);
+    return true;
+}
+
+}   // namespace kq
+
+#endif

@@ -1,0 +1,44 @@
+// The switch of the test build that makes the n-th allocation or the n-th file call fail.
+//
+// The memory manager and the file layer ask here before each call of theirs. Without KQ_TESTING the questions are
+// constants and cost nothing.
+#pragma once
+
+#include "kq/types.h"
+
+namespace kq {
+
+#if defined(KQ_TESTING)
+
+// One switch: counts the calls, and fails number `failAt` (counted from 1; 0: none), once or from then on.
+struct FaultSwitch {
+    i64 calls = 0;
+    i64 failAt = 0;
+    bool once = true;
+    i64 failures = 0;   // calls failed since the switch was set
+
+    // Starts counting anew.
+    void Set(i64 n, bool onlyOnce) { *this = FaultSwitch{0, n, onlyOnce, 0}; }
+
+    void Clear() { Set(0, true); }
+
+    // Counts a call; true when it shall fail.
+    bool Fails();
+};
+
+extern FaultSwitch allocationFaults;
+extern FaultSwitch fileFaults;
+
+inline bool AllocationFails() { return allocationFaults.Fails(); }
+
+inline bool FileCallFails() { return fileFaults.Fails(); }
+
+#else
+
+constexpr bool AllocationFails() { return false; }
+
+constexpr bool FileCallFails() { return false; }
+
+#endif
+
+}   // namespace kq

@@ -1,0 +1,38 @@
+// Start-up steps of services that this build does not have yet. Each moves to its module when that lands.
+#include "Source/Startup.h"
+
+namespace kq {
+
+void ReadWindowPreferences() {}
+
+void StoreWindowPreferences() {}
+
+void StartTaskPool() {}
+
+void StopTaskPool() {}
+
+void CreateMemoryLock() {}
+
+void FreeMemoryLock() {}
+
+void StartMovieLayer() {}
+
+void StopMovieLayer() {}
+
+void LoadStringCatalogue() {}
+
+void FreeStringCatalogue() {}
+
+void ParseKeyFile() {}
+
+void FreeKeyTable() {}
+
+void CloseAllClips() {}
+
+void RemoveScratchFolder() {}
+
+void FreeFormatModules() {}
+
+void ReportLeaks() {}
+
+}   // namespace kq

@@ -1,0 +1,33 @@
+// Large blocks, named shared memory and the memory status of the host.
+#pragma once
+
+#include "kq/types.h"
+
+namespace pal {
+
+// A block of at least `bytes`, aligned to 64 bytes, contents undefined. Null when the host has none.
+void* BlockAlloc(size_t bytes);
+
+// Gives a block back. `bytes` is what BlockAlloc was called with. Null is ignored.
+void BlockFree(void* block, size_t bytes);
+
+// Blocks that are out at present, for tests that look for leaks.
+i64 BlocksOut();
+
+struct MemoryStatus {
+    u32 percentInUse;   // of the physical memory
+    u64 physicalTotal, physicalFree;   // bytes
+    u64 pageTotal, pageFree;           // bytes of page file or swap
+};
+
+// Fills `status`; false when the host does not tell.
+bool MemoryQuery(MemoryStatus* status);
+
+// Maps `bytes` of memory shared between processes under `name`, making it zero-filled when it does not exist. Returns
+// a handle, null on failure (also when it exists and is smaller), with `*view` at the memory.
+void* SharedOpen(const char* name, size_t bytes, void** view);
+
+// Unmaps and closes; the memory goes with its last user.
+void SharedClose(void* handle);
+
+}   // namespace pal

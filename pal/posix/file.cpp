@@ -1,0 +1,207 @@
+// Files and folders on POSIX: descriptors, with partial reads and writes and interrupted calls carried on.
+#include "pal/file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace pal {
+
+struct File {
+    int descriptor;
+};
+
+struct FolderWalk {
+    DIR* directory;
+};
+
+namespace {
+
+thread_local int lastErrno = 0;
+
+// Notes errno for FileError and returns `result`.
+template <class T>
+T Failed(T result) {
+    lastErrno = errno;
+    return result;
+}
+
+int Flags(Access access) {
+    switch (access) {
+    case Access::Read: return O_RDONLY;
+    case Access::Write: return O_WRONLY;
+    case Access::ReadWrite: return O_RDWR;
+    }
+    return O_RDONLY;
+}
+
+File* OpenDescriptor(const char* path, int flags) {
+    int descriptor;
+    do
+        descriptor = open(path, flags | O_CLOEXEC, 0666);
+    while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0) return Failed<File*>(nullptr);
+    struct stat status;
+    if (fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
+        close(descriptor);
+        errno = EACCES;
+        return Failed<File*>(nullptr);
+    }
+    File* file = static_cast<File*>(std::malloc(sizeof(File)));
+    if (!file) {
+        close(descriptor);
+        errno = ENOMEM;
+        return Failed<File*>(nullptr);
+    }
+    file->descriptor = descriptor;
+    return file;
+}
+
+}   // namespace
+
+File* FileOpen(const char* path, Access access) { return OpenDescriptor(path, Flags(access)); }
+
+File* FileCreate(const char* path, Access access) {
+    return OpenDescriptor(path, Flags(access) | O_CREAT | O_TRUNC);
+}
+
+bool FileClose(File* file) {
+    int result = close(file->descriptor);
+    if (result != 0) lastErrno = errno;
+    std::free(file);
+    return result == 0;
+}
+
+i64 FileRead(File* file, void* buffer, size_t count) {
+    u8* at = static_cast<u8*>(buffer);
+    size_t left = count;
+    while (left > 0) {
+        ssize_t got = read(file->descriptor, at, left);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return left == count ? Failed<i64>(-1) : i64(count - left);
+        if (got == 0) break;
+        at += got;
+        left -= size_t(got);
+    }
+    return i64(count - left);
+}
+
+bool FileWrite(File* file, const void* buffer, size_t count) {
+    const u8* at = static_cast<const u8*>(buffer);
+    while (count > 0) {
+        ssize_t put = write(file->descriptor, at, count);
+        if (put < 0 && errno == EINTR) continue;
+        if (put < 0) return Failed(false);
+        at += put;
+        count -= size_t(put);
+    }
+    return true;
+}
+
+i64 FileTell(File* file) {
+    off_t at = lseek(file->descriptor, 0, SEEK_CUR);
+    return at < 0 ? Failed<i64>(-1) : i64(at);
+}
+
+i64 FileSeek(File* file, i64 offset, Origin origin) {
+    int whence = origin == Origin::Start ? SEEK_SET : origin == Origin::Current ? SEEK_CUR : SEEK_END;
+    off_t at = lseek(file->descriptor, off_t(offset), whence);
+    return at < 0 ? Failed<i64>(-1) : i64(at);
+}
+
+i64 FileLength(File* file) {
+    struct stat status;
+    if (fstat(file->descriptor, &status) != 0) return Failed<i64>(-1);
+    return i64(status.st_size);
+}
+
+bool FileFlush(File* file) { return fsync(file->descriptor) == 0 || Failed(false); }
+
+bool FileDelete(const char* path) { return unlink(path) == 0 || Failed(false); }
+
+bool FileReplace(const char* from, const char* to) { return std::rename(from, to) == 0 || Failed(false); }
+
+bool FileQuery(const char* path, FileStatus* status) {
+    struct stat s;
+    if (stat(path, &s) != 0) return Failed(false);
+    if (status) {
+        status->folder = S_ISDIR(s.st_mode);
+        status->length = status->folder ? 0 : i64(s.st_size);
+        status->modified = i64(s.st_mtime);
+    }
+    return true;
+}
+
+bool FolderCreate(const char* path) { return mkdir(path, 0777) == 0 || Failed(false); }
+
+bool FolderRemove(const char* path) {
+    if (rmdir(path) == 0) return true;
+    struct stat s;
+    if (errno == ENOTDIR && lstat(path, &s) == 0 && S_ISLNK(s.st_mode) && unlink(path) == 0) return true;
+    return Failed(false);
+}
+
+FolderWalk* FolderOpen(const char* path) {
+    DIR* directory = opendir(path);
+    if (!directory) return Failed<FolderWalk*>(nullptr);
+    FolderWalk* walk = static_cast<FolderWalk*>(std::malloc(sizeof(FolderWalk)));
+    if (!walk) {
+        closedir(directory);
+        errno = ENOMEM;
+        return Failed<FolderWalk*>(nullptr);
+    }
+    walk->directory = directory;
+    return walk;
+}
+
+bool FolderNext(FolderWalk* walk, FolderEntry* entry) {
+    dirent* found = readdir(walk->directory);
+    if (!found) return false;
+    unsigned char type = found->d_type;
+    if (type == DT_UNKNOWN) {
+        struct stat s;
+        if (fstatat(dirfd(walk->directory), found->d_name, &s, AT_SYMLINK_NOFOLLOW) == 0)
+            type = S_ISDIR(s.st_mode) ? DT_DIR : S_ISLNK(s.st_mode) ? DT_LNK : DT_REG;
+    }
+    entry->name = found->d_name;
+    entry->folder = type == DT_DIR;
+    entry->link = type == DT_LNK;
+    return true;
+}
+
+void FolderClose(FolderWalk* walk) {
+    if (!walk) return;
+    closedir(walk->directory);
+    std::free(walk);
+}
+
+u32 FileError() {
+    switch (lastErrno) {
+    case ENOMEM: return KQERR_NOMEM;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG: return KQERR_DISKFULL;
+    case EACCES:
+    case EPERM:
+    case EBUSY:
+    case ETXTBSY:
+    case EISDIR: return KQERR_ACCESS;
+    case EROFS: return KQERR_WRITEPROTECT;
+    case ENOENT:
+    case ENOTDIR: return KQERR_NOTFOUND;
+    case ENOEXEC: return KQERR_BADFORMAT;
+    default: return 0;
+    }
+}
+
+char Separator() { return '/'; }
+
+bool SlashPaths() { return true; }
+
+}   // namespace pal
