@@ -7,6 +7,10 @@ void ReadWindowPreferences() {}
 
 void StoreWindowPreferences() {}
 
+void FreePseudoWindows() {}
+
+void PostQuitMessage(u32) {}
+
 void StartTaskPool() {}
 
 void StopTaskPool() {}
