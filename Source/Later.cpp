@@ -27,12 +27,6 @@ void ParseKeyFile() {}
 
 void FreeKeyTable() {}
 
-void CloseAllClips() {}
-
-void RemoveScratchFolder() {}
-
-void FreeFormatModules() {}
-
 void ReportLeaks() {}
 
 }   // namespace kq

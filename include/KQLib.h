@@ -10,6 +10,7 @@
 #include "kq/lists.h"
 #include "kq/memory.h"
 #include "kq/nativebitmap.h"
+#include "kq/plugins.h"
 #include "kq/rect.h"
 #include "kq/sequence.h"
 #include "kq/string.h"
