@@ -15,5 +15,6 @@
 #include "kq/sequence.h"
 #include "kq/string.h"
 #include "kq/tags.h"
+#include "kq/tasks.h"
 #include "kq/types.h"
 #include "kq/user.h"
