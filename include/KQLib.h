@@ -4,6 +4,7 @@
 #include "kq/bitmap.h"
 #include "kq/clip.h"
 #include "kq/draw.h"
+#include "kq/enumerate.h"
 #include "kq/environment.h"
 #include "kq/files.h"
 #include "kq/filespec.h"
