@@ -3,6 +3,8 @@
 
 #include "kq/bitmap.h"
 #include "kq/clip.h"
+#include "kq/draw.h"
+#include "kq/enumerate.h"
 #include "kq/environment.h"
 #include "kq/files.h"
 #include "kq/filespec.h"
@@ -15,5 +17,6 @@
 #include "kq/sequence.h"
 #include "kq/string.h"
 #include "kq/tags.h"
+#include "kq/tasks.h"
 #include "kq/types.h"
 #include "kq/user.h"
