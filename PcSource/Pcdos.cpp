@@ -7,6 +7,7 @@
 
 #include "Source/Alloc.h"
 #include "Source/Faults.h"
+#include "Source/FileAt.h"
 #include "Source/Path.h"
 #include "kq/environment.h"
 #include "pal/file.h"
@@ -123,7 +124,7 @@ u64 SeekFileKQ(KQFileInfo* file, i64 offset, u16 mode) {
     }
     if (kq::FileCallFails()) return 0;
     i64 before = pal::FileTell(DiskFile(file));
-    pal::Origin origin = mode == KQSEEK_Start ? pal::Origin::Start
+    pal::Origin origin = mode == KQSEEK_Start     ? pal::Origin::Start
                          : mode == KQSEEK_Current ? pal::Origin::Current
                                                   : pal::Origin::End;
     pal::FileSeek(DiskFile(file), offset, origin);
@@ -136,6 +137,33 @@ i64 GetFileLengthKQ(KQFileInfo* file) {
     i64 length = kq::FileCallFails() ? -1 : pal::FileLength(DiskFile(file));
     return length > 0 ? length : 0;
 }
+
+namespace kq {
+
+i64 ReadFileAt(KQFileInfo* file, i64 offset, void* buffer, size_t count) {
+    KQEnv->Error = KQERR_READ;
+    if (offset < 0) return -1;
+    if (file->MemStart) {
+        i64 length = file->MemEnd - file->MemStart;
+        i64 left = offset < length ? length - offset : 0;
+        if (u64(left) < count) count = size_t(left);
+        std::memcpy(buffer, file->MemStart + (length - left), count);
+        if (count > 0) KQEnv->Error = KQERR_NONE;
+        return i64(count);
+    }
+    i64 got = FileCallFails() ? -1 : pal::FileReadAt(DiskFile(file), offset, buffer, count);
+    if (got != 0) Finish(got > 0);
+    return got;
+}
+
+int CutFile(KQFileInfo* file, i64 length) {
+    if (file->MemStart || FileCallFails()) return 0;
+    bool cut = pal::FileCut(DiskFile(file), length);
+    SeekFileKQ(file, 0, KQSEEK_End);
+    return cut;
+}
+
+}   // namespace kq
 
 int DeleteFileKQ(const char* name) {
     if (!name || kq::FileCallFails()) return 0;
