@@ -25,6 +25,4 @@ void RemoveScratchFolder() {}
 
 void FreeFormatModules() {}
 
-void ReportLeaks() {}
-
 }   // namespace kq
