@@ -12,6 +12,7 @@
 #include "Source/Startup.h"
 #include "Source/UserChannel.h"
 #include "kq/environment.h"
+#include "kq/tasks.h"
 #include "pal/memory.h"
 #include "pal/program.h"
 
@@ -24,10 +25,16 @@ constexpr size_t kGuardBytes = kGuardWords * sizeof(u32);
 constexpr u32 kFrontGuard = 0xABADCAFE;
 constexpr u32 kBackGuard = 0xDEADBEEF;
 
+// Holds the memory lock. There is none early in the start and late in the clean-up, when only one thread is there.
 class MemoryLocked {
 public:
-    MemoryLocked() {}
-    ~MemoryLocked() {}
+    MemoryLocked() : region_(KQEnv->MemoryLock) { EnterCriticalRegionKQ(region_); }
+    ~MemoryLocked() { ExitCriticalRegionKQ(region_); }
+    MemoryLocked(const MemoryLocked&) = delete;
+    MemoryLocked& operator=(const MemoryLocked&) = delete;
+
+private:
+    KQCriticalRegion* region_;
 };
 
 // Shows an alert with the place that it names; an answer of "Cancel" stops in the debugger, where the fault was found.

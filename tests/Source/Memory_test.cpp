@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #if defined(_WIN32)
@@ -924,6 +925,39 @@ TEST_F(MemoryAlone, ChunksThatAFailedStartLeavesAreForgotten) {
     EXPECT_EQ(reinterpret_cast<u8*>(HeaderOf(p)), reinterpret_cast<u8*>(Chunks().at(0)) + kq::kFirstBlockOffset);
     FreeMemoryKQ(p);
     KQEnv->AllocCount = KQEnv->FreeCount;
+}
+
+// ---- Threads
+
+// Each thread fills its blocks with a byte of its own; bytes of another would show that two blocks overlap.
+void UseMemory(u32 seed, int calls) {
+    std::mt19937 random(seed);
+    std::vector<std::pair<u8*, size_t>> live;
+    for (int i = 0; i < calls; ++i) {
+        if (live.size() < 100) {
+            size_t size = 1 + random() % 5000;
+            u8* p = random() % 2 ? Guarded(size) : Bare(size);
+            std::memset(p, int(seed), size);
+            live.push_back({p, size});
+            continue;
+        }
+        std::swap(live[random() % live.size()], live.back());
+        auto [p, size] = live.back();
+        live.pop_back();
+        for (size_t k = 0; k < size; ++k) ASSERT_EQ(p[k], u8(seed));
+        FreeMemoryKQ(p);
+    }
+    for (auto [p, size] : live) FreeMemoryKQ(p);
+}
+
+TEST_F(Memory, ThreadsShareTheHeap) {
+    u32 allocated = KQEnv->AllocCount;
+    std::vector<std::thread> threads;
+    for (u32 seed = 1; seed <= 4; ++seed) threads.emplace_back(UseMemory, seed, 5000);
+    for (std::thread& t : threads) t.join();
+    EXPECT_GT(KQEnv->AllocCount, allocated + 4 * 2500);
+    EXPECT_EQ(KQEnv->AllocCount - KQEnv->FreeCount, u32(kqtest::LiveBlocks()));
+    EXPECT_TRUE(messages.empty());
 }
 
 // ---- The index alone
