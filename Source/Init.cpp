@@ -18,6 +18,7 @@ KQEnvironment* KQEnv = nullptr;
 namespace {
 
 void ReleaseEnvironment() {
+    kq::ReleaseMemoryChunks();
     pal::BlockFree(KQEnv, sizeof(KQEnvironment));
     KQEnv = nullptr;
 }

@@ -19,6 +19,5 @@ void ParseKeyFile() {}
 
 void FreeKeyTable() {}
 
-void ReportLeaks() {}
 
 }   // namespace kq
