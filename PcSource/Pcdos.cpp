@@ -8,6 +8,7 @@
 
 #include "Source/Alloc.h"
 #include "Source/Faults.h"
+#include "Source/FileAt.h"
 #include "kq/environment.h"
 #include "kq/lists.h"
 #include "pal/file.h"
@@ -149,6 +150,34 @@ i64 GetFileLengthKQ(KQFileInfo* file) {
     i64 length = pal::FileLength(DiskFile(file));
     return Plain(length >= 0) ? length : 0;
 }
+
+namespace kq {
+
+i64 ReadFileAt(KQFileInfo* file, i64 offset, void* buffer, size_t count) {
+    KQEnv->Error = KQERR_READ;
+    if (offset < 0) return -1;
+    if (file->MemStart) {
+        i64 length = file->MemEnd - file->MemStart;
+        i64 left = offset < length ? length - offset : 0;
+        if (u64(left) < count) count = size_t(left);
+        if (count) std::memcpy(buffer, file->MemStart + (length - left), count);
+        if (count > 0) KQEnv->Error = KQERR_NONE;
+        return i64(count);
+    }
+    if (FileCallFails()) return -1;
+    i64 got = pal::FileReadAt(DiskFile(file), offset, buffer, count);
+    if (got != 0) Finish(got > 0);
+    return got;
+}
+
+int CutFile(KQFileInfo* file, i64 length) {
+    if (file->MemStart || FileCallFails()) return 0;
+    bool cut = pal::FileCut(DiskFile(file), length);
+    SeekFileKQ(file, 0, KQSEEK_End);
+    return cut;
+}
+
+}   // namespace kq
 
 int DeleteFileKQ(const char* name) { return name && !kq::FileCallFails() && Plain(pal::FileDelete(name)); }
 

@@ -47,6 +47,8 @@ void StopNativeLayer() {
     KQEnv->CommandLine = nullptr;
 }
 
+void ShowCursor() {}
+
 void CloseAllWindows() {}
 
 void CloseHelpSystem() {}

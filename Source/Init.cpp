@@ -20,6 +20,7 @@ KQStringTable* givenStrings = nullptr;
 
 // Returns null, which a failed start passes on.
 KQEnvironment* ReleaseEnvironment() {
+    kq::ReleaseMemoryChunks();
     pal::BlockFree(KQEnv, sizeof(KQEnvironment));
     KQEnv = nullptr;
     return nullptr;

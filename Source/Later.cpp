@@ -11,14 +11,6 @@ void FreePseudoWindows() {}
 
 void PostQuitMessage(u32) {}
 
-void StartTaskPool() {}
-
-void StopTaskPool() {}
-
-void CreateMemoryLock() {}
-
-void FreeMemoryLock() {}
-
 void StartMovieLayer() {}
 
 void StopMovieLayer() {}
@@ -30,13 +22,5 @@ void FreeStringCatalogue() {}
 void ParseKeyFile() {}
 
 void FreeKeyTable() {}
-
-void CloseAllClips() {}
-
-void RemoveScratchFolder() {}
-
-void FreeFormatModules() {}
-
-void ReportLeaks() {}
 
 }   // namespace kq

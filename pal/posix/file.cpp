@@ -112,10 +112,31 @@ i64 FileSeek(File* file, i64 offset, Origin origin) {
     return at < 0 ? Failed<i64>(-1) : i64(at);
 }
 
+i64 FileReadAt(File* file, i64 offset, void* buffer, size_t count) {
+    u8* at = static_cast<u8*>(buffer);
+    size_t done = 0;
+    while (done < count) {
+        ssize_t got = pread(file->descriptor, at + done, count - done, off_t(offset + i64(done)));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return done == 0 ? Failed<i64>(-1) : i64(done);
+        if (got == 0) break;
+        done += size_t(got);
+    }
+    return i64(done);
+}
+
 i64 FileLength(File* file) {
     struct stat status;
     if (fstat(file->descriptor, &status) != 0) return Failed<i64>(-1);
     return i64(status.st_size);
+}
+
+bool FileCut(File* file, i64 length) {
+    int result;
+    do
+        result = ftruncate(file->descriptor, off_t(length));
+    while (result != 0 && errno == EINTR);
+    return result == 0 || Failed(false);
 }
 
 bool FileFlush(File* file) { return fsync(file->descriptor) == 0 || Failed(false); }
