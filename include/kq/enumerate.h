@@ -23,8 +23,8 @@
 //
 // An entry with ".lnk" in its name, in any case of letters, and a symbolic link of any name are shortcuts: the
 // callback gets the target's path, with the type code of the shortcut's own name. A shortcut that leads nowhere, or
-// is none, is passed over. One that leads to a folder counts as a subfolder: it is entered once from each folder of
-// the list, and not when it is one of the folders that the walk stands in, so that a loop of links ends.
+// is none, is passed over. One that leads to a folder counts as a subfolder: the folder is entered through shortcuts
+// once for each folder of the list, and never while the walk stands in it, so that a loop of shortcuts ends.
 //
 // Any thread may call, as far as the callback copes.
 KQ_API int EnumFilesKQ(char** folders, const u32* types, int (*callback)(const char* path, u32 typeCode, uptr user),
