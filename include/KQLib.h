@@ -9,6 +9,7 @@
 #include "kq/files.h"
 #include "kq/filespec.h"
 #include "kq/formats.h"
+#include "kq/jobs.h"
 #include "kq/lists.h"
 #include "kq/memory.h"
 #include "kq/nativebitmap.h"
