@@ -7,6 +7,10 @@ void ReadWindowPreferences() {}
 
 void StoreWindowPreferences() {}
 
+void FreePseudoWindows() {}
+
+void PostQuitMessage(u32) {}
+
 void StartMovieLayer() {}
 
 void StopMovieLayer() {}
@@ -18,6 +22,5 @@ void FreeStringCatalogue() {}
 void ParseKeyFile() {}
 
 void FreeKeyTable() {}
-
 
 }   // namespace kq

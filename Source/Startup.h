@@ -26,6 +26,12 @@ void CloseAllWindows();
 void CloseHelpSystem();
 void ClearMenuBar();
 
+// Pseudos.cpp
+void FreePseudoWindows();
+
+// Pcevent.cpp: the platform's quit message, with its code.
+void PostQuitMessage(u32 code);
+
 // Threads.cpp
 void StartTaskPool();
 void StopTaskPool();
