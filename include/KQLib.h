@@ -8,6 +8,8 @@
 #include "kq/files.h"
 #include "kq/filespec.h"
 #include "kq/formats.h"
+#include "kq/frames.h"
+#include "kq/gbuffers.h"
 #include "kq/lists.h"
 #include "kq/memory.h"
 #include "kq/nativebitmap.h"
