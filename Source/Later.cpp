@@ -7,14 +7,6 @@ void ReadWindowPreferences() {}
 
 void StoreWindowPreferences() {}
 
-void StartTaskPool() {}
-
-void StopTaskPool() {}
-
-void CreateMemoryLock() {}
-
-void FreeMemoryLock() {}
-
 void StartMovieLayer() {}
 
 void StopMovieLayer() {}
@@ -26,12 +18,6 @@ void FreeStringCatalogue() {}
 void ParseKeyFile() {}
 
 void FreeKeyTable() {}
-
-void CloseAllClips() {}
-
-void RemoveScratchFolder() {}
-
-void FreeFormatModules() {}
 
 void ReportLeaks() {}
 
