@@ -14,9 +14,8 @@
 #include "kq/environment.h"
 #include "kq/files.h"
 #include "kq/filespec.h"
+#include "kq/frames.h"
 #include "kq/sequence.h"
-
-KQ_API int GuessAlphaKQ(KQClip* clip);
 
 namespace {
 

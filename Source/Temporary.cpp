@@ -1,6 +1,5 @@
-#include "Source/Formats.h"
 #include "kq/clip.h"
 #include "kq/sequence.h"
-KQ_API int GuessAlphaKQ(KQClip*) { return 1; }
 int Sequence_Check(KQClip*, TagItem*) { return 1; }
-namespace kq { KQFormatDesc* MakeRamClipModule() { return nullptr; } }
+int SequenceNumber_to_Name(char*, i32, i32) { return 0; }
+int SequenceNumber_to_Name_Validate(char*, i32) { return 0; }
