@@ -18,6 +18,7 @@
 #include "kq/sequence.h"
 
 namespace {
+namespace {
 
 KQClipTrack* TrackOf(const KQClip* clip, i32 number) {
     return reinterpret_cast<KQClipTrack*>(List_Entry(&clip->tracks, number - 1));
@@ -143,11 +144,13 @@ void FillOpened(KQClip* clip, i32 track, TagItem* tags) {
 void ReleaseOwned(KQClip* clip) {
     KQ_FREE(clip->options);
     KQ_FREE(clip->editList);
+    KQ_FREE(clip->editIndex);
     KQ_FREE(clip->frameNumbers);
     Free_List(&clip->tracks);
     FreeFileSpecKQ(clip->fileSpec);
     clip->options = nullptr;
     clip->editList = nullptr;
+    clip->editIndex = nullptr;
     clip->frameNumbers = nullptr;
     clip->fileSpec = nullptr;
 }
@@ -204,6 +207,7 @@ void TakeFields(const KQClip* source, KQClip* owned, KQClip* target) {
     target->moduleData = kept.moduleData;
     target->gbufferMask = kept.gbufferMask;
     target->openNode = kept.openNode;
+    target->editIndex = kept.editIndex;
     target->options = owned->options;
     target->fileSpec = owned->fileSpec;
     target->editList = owned->editList;
