@@ -18,7 +18,6 @@
 #include "kq/sequence.h"
 
 namespace {
-namespace {
 
 KQClipTrack* TrackOf(const KQClip* clip, i32 number) {
     return reinterpret_cast<KQClipTrack*>(List_Entry(&clip->tracks, number - 1));

@@ -59,6 +59,7 @@ void FreePlugin(KQPlugin* plugin) {
 bool Matches(u32 wanted, u32 code) { return wanted == code || wanted == KQ_ANYCODE; }
 
 constexpr KQFormatDesc* (*kBuiltIn[])() = {
+    kq::MakeFilmstripModule,
     kq::MakeRamClipModule,
 };
 

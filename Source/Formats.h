@@ -38,6 +38,7 @@ u32 FixedExportProperties(KQFormatDesc*, KQClip*) {
 }
 
 // The built-in modules, each in the source of its format. Null when out of memory.
+KQFormatDesc* MakeFilmstripModule();
 KQFormatDesc* MakeRamClipModule();
 
 // A copy of an option block, null for null. Null when out of memory.

@@ -9,7 +9,7 @@
 #include "kq/plugins.h"
 #include "pal/module.h"
 #include "support/Fixture.h"
-#include "support/Modules.h"
+#include "support/BuiltModules.h"
 
 namespace {
 
