@@ -25,3 +25,11 @@ endif()
 if(NOT WIN32)
   set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 endif()
+
+# kq_module(name file...): a format module in a file of its own, bin/modules/name.ifm.
+function(kq_module name)
+  add_library(${name} MODULE ${ARGN})
+  target_link_libraries(${name} PRIVATE KQLib)
+  set_target_properties(${name} PROPERTIES
+    PREFIX "" SUFFIX ".ifm" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/modules)
+endfunction()
