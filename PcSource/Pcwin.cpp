@@ -9,9 +9,13 @@
 
 namespace kq {
 
-int StartNativeLayer(TagItem*) { return 1; }
+int StartNativeLayer(TagItem*) {
+    StartDisplay();
+    return 1;
+}
 
 void StopNativeLayer() {
+    StopDisplay();
     KQ_FREE(KQEnv->CommandLine);
     KQEnv->CommandLine = nullptr;
 }
