@@ -7,13 +7,9 @@ void ReadWindowPreferences() {}
 
 void StoreWindowPreferences() {}
 
-void StartTaskPool() {}
+void FreePseudoWindows() {}
 
-void StopTaskPool() {}
-
-void CreateMemoryLock() {}
-
-void FreeMemoryLock() {}
+void PostQuitMessage(u32) {}
 
 void StartMovieLayer() {}
 
@@ -26,13 +22,5 @@ void FreeStringCatalogue() {}
 void ParseKeyFile() {}
 
 void FreeKeyTable() {}
-
-void CloseAllClips() {}
-
-void RemoveScratchFolder() {}
-
-void FreeFormatModules() {}
-
-void ReportLeaks() {}
 
 }   // namespace kq

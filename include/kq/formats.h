@@ -15,7 +15,7 @@ struct KQEnvironment;
 struct KQPlugin;
 struct KQGBufferArray;
 struct KQFormatDesc;
-struct KQScanDesc;
+struct KQDrawInfo;
 
 // Property bits, the result of the ImportProperties and ExportProperties slots.
 enum : u32 {
@@ -76,9 +76,48 @@ struct KQFormatDesc {
     void (*Shutdown)();                                                             // optional: null, nothing to do
 };
 
-// Registers the built-in modules in their fixed order. Called once, after InitKQ. `scan` shows the progress of a scan
-// for plug-ins, null for none.
+static_assert(sizeof(KQFileType) == 8);
+static_assert(offsetof(KQFormatDesc, pluginInfo) == 32 && offsetof(KQFormatDesc, maxWidth) == 56);
+static_assert(offsetof(KQFormatDesc, fileType) == 64 && offsetof(KQFormatDesc, importTypes) == 80);
+static_assert(offsetof(KQFormatDesc, exportTypes) == 96 && offsetof(KQFormatDesc, importExts) == 112);
+static_assert(offsetof(KQFormatDesc, exportExts) == 128 && offsetof(KQFormatDesc, supportedModes) == 136);
+static_assert(offsetof(KQFormatDesc, hostInterface) == 152 && offsetof(KQFormatDesc, Open) == 160);
+static_assert(offsetof(KQFormatDesc, GetFrame) == 200 && offsetof(KQFormatDesc, GetGBuffers) == 216);
+static_assert(offsetof(KQFormatDesc, CheckFile) == 240 && offsetof(KQFormatDesc, Shutdown) == 264);
+static_assert(sizeof(KQFormatDesc) == 272);
+
+// The code of a file name extension of up to three lower-case letters: KQExtension("avi") is 0x61766900.
+constexpr u32 KQExtension(const char* letters) {
+    u32 code = 0;
+    for (int shift = 24; shift > 0 && *letters; shift -= 8) code |= u32(u8(*letters++)) << shift;
+    return code;
+}
+
+// How an application shows the progress of a scan. `draw` and the area are for the text on the screen; null draws
+// nothing. This build has no drawing yet: it gives each text, "Scanning for Format Plug-ins: " and the name of the
+// module just added, to `progress`, null for none.
+struct KQScanDesc {
+    KQDrawInfo* draw;
+    i32 left, top, width, height;   // pixels
+    void (*progress)(const char* text, void* data);
+    void* progressData;
+};
+
+// Registers the built-in modules in their fixed order: Filmstrip, ElectricImage, Quantel VPB, RAM clips. A module that
+// cannot be registered is missing, without an error. Called once, after InitKQ. `scan` shows the progress, null for
+// none.
 KQ_API void InitFormatModulesKQ(KQScanDesc* scan);
+
+// The callback for EnumFilesKQ when an application scans its plug-in folders: adds the modules of the file `path` to
+// the registry, behind those that are there. `typeCode` tells the kind by its bytes in memory: "IFM " is a format
+// module, a shared library that exports `i32 ENTRYPOINT1(KQFormatDesc*)`. `scanDesc` is a KQScanDesc* or 0. Always 1:
+// what cannot be used is skipped, and the reason goes to DebugMessage. `modules/example` shows such a module.
+//
+// The entry fills in the name, the tables, defaultOptions and every required slot with memory of AllocMemoryKQ, and
+// returns non-zero. It is called for a cleared record (but for hostInterface) once when the file is scanned, after
+// which the library is unloaded, and once more when a clip needs it; until then the tables alone decide which files
+// the module takes. A module that was loaded stays until CleanUpKQ, which calls its Shutdown.
+KQ_API int FormatModule_CheckFile(const char* path, u32 typeCode, uptr scanDesc);
 
 // The module's ImportProperties; 0 for null.
 KQ_API u32 GetImportPropertiesKQ(KQFormatDesc* format);

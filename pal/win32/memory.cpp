@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include "pal/blockcache.h"
 #include "pal/win32/wide.h"
 
 namespace pal {
@@ -13,6 +14,7 @@ namespace pal {
 namespace {
 
 std::atomic<i64> blocksOut{0};
+BlockCache cache;
 
 struct Shared {
     HANDLE mapping;
@@ -30,15 +32,18 @@ HANDLE MakeMapping(const char* name, size_t bytes) {
 }   // namespace
 
 void* BlockAlloc(size_t bytes) {
-    void* block = VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    size_t length = BlockCache::Round(bytes);
+    if (length < bytes) return nullptr;
+    void* block = length == BlockCache::kBytes ? cache.Take() : nullptr;
+    if (!block) block = VirtualAlloc(nullptr, length, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
     if (block) ++blocksOut;
     return block;
 }
 
-void BlockFree(void* block, size_t) {
+void BlockFree(void* block, size_t bytes) {
     if (!block) return;
     --blocksOut;
-    VirtualFree(block, 0, MEM_RELEASE);
+    if (BlockCache::Round(bytes) != BlockCache::kBytes || !cache.Keep(block)) VirtualFree(block, 0, MEM_RELEASE);
 }
 
 i64 BlocksOut() { return blocksOut; }
