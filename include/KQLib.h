@@ -9,6 +9,8 @@
 #include "kq/files.h"
 #include "kq/filespec.h"
 #include "kq/formats.h"
+#include "kq/frames.h"
+#include "kq/gbuffers.h"
 #include "kq/jobs.h"
 #include "kq/lists.h"
 #include "kq/memory.h"
