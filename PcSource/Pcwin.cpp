@@ -16,6 +16,8 @@ void StopNativeLayer() {
     KQEnv->CommandLine = nullptr;
 }
 
+void ShowCursor() {}
+
 void CloseAllWindows() {}
 
 void CloseHelpSystem() {}

@@ -9,6 +9,7 @@ namespace kq {
 
 FaultSwitch allocationFaults;
 FaultSwitch fileFaults;
+FaultSwitch threadFaults;
 
 bool FaultSwitch::Fails() {
     i64 number = std::atomic_ref(calls).fetch_add(1, std::memory_order_relaxed) + 1;

@@ -1,6 +1,6 @@
-// The switch of the test build that makes the n-th allocation or the n-th file call fail.
+// The switches of the test build that make the n-th allocation, the n-th file call or the n-th thread call fail.
 //
-// The memory manager and the file layer ask here before each call of theirs. Without KQ_TESTING the questions are
+// The memory manager, the file layer and the tasks ask here before each call of theirs. Without KQ_TESTING the questions are
 // constants and cost nothing.
 #pragma once
 
@@ -28,16 +28,21 @@ struct FaultSwitch {
 
 extern FaultSwitch allocationFaults;
 extern FaultSwitch fileFaults;
+extern FaultSwitch threadFaults;   // making of threads, events, semaphores and regions
 
 inline bool AllocationFails() { return allocationFaults.Fails(); }
 
 inline bool FileCallFails() { return fileFaults.Fails(); }
+
+inline bool ThreadCallFails() { return threadFaults.Fails(); }
 
 #else
 
 constexpr bool AllocationFails() { return false; }
 
 constexpr bool FileCallFails() { return false; }
+
+constexpr bool ThreadCallFails() { return false; }
 
 #endif
 

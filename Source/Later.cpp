@@ -7,14 +7,6 @@ void ReadWindowPreferences() {}
 
 void StoreWindowPreferences() {}
 
-void StartTaskPool() {}
-
-void StopTaskPool() {}
-
-void CreateMemoryLock() {}
-
-void FreeMemoryLock() {}
-
 void StartMovieLayer() {}
 
 void StopMovieLayer() {}

@@ -14,9 +14,7 @@ Node* HeadSentinel(List* list) { return reinterpret_cast<Node*>(list); }
 
 Node* TailSentinel(List* list) { return reinterpret_cast<Node*>(&list->Tail); }
 
-List* ListOfTail(Node* tail) {
-    return reinterpret_cast<List*>(reinterpret_cast<u8*>(tail) - offsetof(List, Tail));
-}
+List* ListOfTail(Node* tail) { return reinterpret_cast<List*>(reinterpret_cast<u8*>(tail) - offsetof(List, Tail)); }
 
 void LinkBetween(Node* before, Node* node, Node* after) {
     node->Succ = after;
@@ -149,7 +147,8 @@ Node* Add_Node(List* list, const char* name) {
 
 Node* Insert_Node(List* list, const char* name, i32 index) {
     Node* node = NamedNode(name);
-    if (node) InsertBefore(list, node, index <= 0 ? (List_Empty(list) ? nullptr : list->Head) : List_Entry(list, index));
+    if (node)
+        InsertBefore(list, node, index <= 0 ? (List_Empty(list) ? nullptr : list->Head) : List_Entry(list, index));
     return node;
 }
 
@@ -180,4 +179,30 @@ Node* NextNodeWrap(Node* node) {
 Node* PrevNodeWrap(Node* node) {
     if (node->Pred->Pred) return node->Pred;
     return reinterpret_cast<List*>(node->Pred)->TailPred;
+}
+
+namespace {
+
+// The list that holds `node` is a field of a parent, `offset` bytes behind its start.
+Node* ParentOf(List* children, ptrdiff_t offset) {
+    return reinterpret_cast<Node*>(reinterpret_cast<u8*>(children) - offset);
+}
+
+List* ChildrenOf(Node* parent, ptrdiff_t offset) {
+    return reinterpret_cast<List*>(reinterpret_cast<u8*>(parent) + offset);
+}
+
+}   // namespace
+
+Node* NextNodeListWrap(Node* node, ptrdiff_t offset) {
+    Node* next = node->Succ;
+    while (!next->Succ) next = ChildrenOf(NextNodeWrap(ParentOf(ListOfTail(next), offset)), offset)->Head;
+    return next;
+}
+
+Node* PrevNodeListWrap(Node* node, ptrdiff_t offset) {
+    Node* previous = node->Pred;
+    while (!previous->Pred)
+        previous = ChildrenOf(PrevNodeWrap(ParentOf(reinterpret_cast<List*>(previous), offset)), offset)->TailPred;
+    return previous;
 }

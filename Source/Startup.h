@@ -21,6 +21,7 @@ void StoreWindowPreferences();
 // and the metrics alone.
 int StartNativeLayer(TagItem* tags);
 void StopNativeLayer();
+void ShowCursor();   // shows the pointer that Cursor names
 void CloseAllWindows();
 void CloseHelpSystem();
 void ClearMenuBar();

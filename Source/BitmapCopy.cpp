@@ -1,0 +1,155 @@
+// Copies between portable and native bitmaps, all reduced to one walk over the rows of two blocks.
+//
+// The calls clip by the target alone and leave the source's columns to the caller; here every row is cut to the memory
+// that both bitmaps own, so that a wrong rectangle reads a neighbouring row at worst.
+#include "Source/BitmapCopy.h"
+
+#include <algorithm>
+
+#include "kq/bitmap.h"
+
+namespace kq {
+
+namespace {
+
+// Cuts a run of `count` pixels of `bytes` bytes, the first at `offset`, to a block of `size` bytes. Returns how many
+// fall out at the front.
+i64 CutRun(i64 offset, i64 step, i64 bytes, i64 size, i64* count) {
+    i64 front = offset < 0 ? (-offset + step - 1) / step : 0;
+    i64 fit = size - offset < bytes ? 0 : (size - offset - bytes) / step + 1;
+    *count = std::min(*count, fit) - front;
+    return front;
+}
+
+// The far edge of a rectangle's side, cut so that words of any size do not overflow.
+i64 EdgeOf(i64 start, i64 size) {
+    constexpr i64 kFar = i64(1) << 40;
+    return std::clamp(start, -kFar, kFar) + std::clamp(size, -kFar, kFar);
+}
+
+// One row: `run` moves `count` pixels from one address to the other.
+template <class Run>
+void WalkRows(const Block& source, const Block& target, const CopyPlan& plan, i64 sourceBytes, i64 targetBytes,
+              Run run) {
+    for (i64 y = 0; y < plan.height; ++y) {
+        i64 from = source.Offset(plan.sourceX, plan.sourceY + y);
+        i64 to = target.Offset(plan.targetX, plan.targetY + y);
+        i64 count = plan.width;
+        i64 front = CutRun(from, source.pixelBytes, sourceBytes, source.size, &count);
+        from += front * source.pixelBytes;
+        to += front * target.pixelBytes;
+        front = CutRun(to, target.pixelBytes, targetBytes, target.size, &count);
+        if (count <= 0) continue;
+        run(source.data + from + front * source.pixelBytes, target.data + to + front * target.pixelBytes, count);
+    }
+}
+
+}   // namespace
+
+void TakeWholeSize(CopyPlan* plan, i64 sourceWidth, i64 sourceHeight) {
+    if (plan->width < 0) plan->width = sourceWidth;
+    if (plan->height < 0) plan->height = sourceHeight;
+}
+
+void ClipToTarget(CopyPlan* plan, i64 targetWidth, i64 targetHeight) {
+    if (plan->targetX < 0) {
+        plan->sourceX -= plan->targetX;
+        plan->width -= plan->targetX;
+        plan->targetX = 0;
+    }
+    if (plan->targetY < 0) {
+        plan->sourceY -= plan->targetY;
+        plan->height -= plan->targetY;
+        plan->targetY = 0;
+    }
+    plan->width = std::min(plan->width, targetWidth - plan->targetX);
+    plan->height = std::min(plan->height, targetHeight - plan->targetY);
+}
+
+void LimitToRect(CopyPlan* plan, const KQRectT<long>& rect) {
+    i64 left = std::max<i64>(plan->sourceX, rect.x), top = std::max<i64>(plan->sourceY, rect.y);
+    i64 right = std::min(plan->sourceX + plan->width, EdgeOf(rect.x, rect.width));
+    i64 bottom = std::min(plan->sourceY + plan->height, EdgeOf(rect.y, rect.height));
+    *plan = {left,
+             top,
+             right - left,
+             bottom - top,
+             plan->targetX + left - plan->sourceX,
+             plan->targetY + top - plan->sourceY};
+}
+
+void CopyPixels(const Block& source, const Block& target, const CopyPlan& plan, Form from, Form to) {
+    PixelMove move = PlainMove(from, to);
+    WalkRows(source, target, plan, PixelBytes(from), PixelBytes(to), [&](const u8* s, u8* t, i64 count) {
+        for (i64 i = 0; i < count; ++i) move(s + i * source.pixelBytes, t + i * target.pixelBytes);
+    });
+}
+
+void CopyRows(const Block& source, const Block& target, const CopyPlan& plan) {
+    WalkRows(source, target, plan, source.pixelBytes, target.pixelBytes,
+             [&](const u8* s, u8* t, i64 count) { std::memmove(t, s, size_t(count * source.pixelBytes)); });
+}
+
+}   // namespace kq
+
+namespace {
+
+// A copy of all of the source to a bitmap of the same size.
+bool IsWhole(const kq::CopyPlan& plan, const KQBitmap& source, const KQBitmap& target) {
+    return source.width == target.width && source.height == target.height && plan.sourceX == 0 && plan.sourceY == 0 &&
+           plan.targetX == 0 && plan.targetY == 0 && plan.width == source.width && plan.height == source.height;
+}
+
+template <class Source, class Target>
+kq::CopyPlan Clipped(const Source& source, const Target& target, i32 sourceX, i32 sourceY, i32 width, i32 height,
+                     i32 targetX, i32 targetY) {
+    kq::CopyPlan plan{sourceX, sourceY, width, height, targetX, targetY};
+    kq::TakeWholeSize(&plan, source.width, source.height);
+    kq::ClipToTarget(&plan, target.width, target.height);
+    return plan;
+}
+
+}   // namespace
+
+void CopyBitmapKQ(const KQBitmap* source, KQBitmap* target, i32 sourceX, i32 sourceY, i32 width, i32 height,
+                  i32 targetX, i32 targetY) {
+    kq::CopyPlan plan = Clipped(*source, *target, sourceX, sourceY, width, height, targetX, targetY);
+    if (IsWhole(plan, *source, *target)) {
+        std::memmove(target->data, source->data, size_t(std::min(source->dataSize, target->dataSize)));
+        return;
+    }
+    if (source->depth == target->depth) kq::CopyRows(kq::BlockOf(*source), kq::BlockOf(*target), plan);
+}
+
+void CopyBitmapKQ(const KQBitmap* source, KQNativeBitmap* target, i32 sourceX, i32 sourceY, i32 width, i32 height,
+                  i32 targetX, i32 targetY) {
+    kq::Form form;
+    if (source->depth != 32 || !kq::NativeForm(target->depth, &form)) return;
+    kq::CopyPlan plan = Clipped(*source, *target, sourceX, sourceY, width, height, targetX, targetY);
+    kq::CopyPixels(kq::BlockOf(*source), kq::BlockOf(*target), plan, kq::Form::Argb, form);
+}
+
+void CopyBitmapKQ(const KQNativeBitmap* source, KQBitmap* target, i32 sourceX, i32 sourceY, i32 width, i32 height,
+                  i32 targetX, i32 targetY) {
+    kq::Form form;
+    if (target->depth != 32 || !kq::NativeForm(source->depth, &form)) return;
+    kq::CopyPlan plan = Clipped(*source, *target, sourceX, sourceY, width, height, targetX, targetY);
+    kq::CopyPixels(kq::BlockOf(*source), kq::BlockOf(*target), plan, form, kq::Form::Argb);
+}
+
+void CopyBitmapKQ(const KQNativeBitmap* source, KQNativeBitmap* target, i32 x, i32 y, i32 width, i32 height,
+                  i32 targetX, i32 targetY) {
+    CopyBitmapKQ(source, target, nullptr, x, y, width, height, targetX, targetY);
+}
+
+void CopyBitmapKQ(const KQNativeBitmap* source, KQNativeBitmap* target, const KQRectT<long>* rect, i32 x, i32 y,
+                  i32 width, i32 height, i32 targetX, i32 targetY) {
+    kq::CopyPlan plan{x, y, width, height, targetX, targetY};
+    kq::TakeWholeSize(&plan, source->width, source->height);
+    if (rect) kq::LimitToRect(&plan, *rect);
+    kq::Form from, to;
+    if (source->depth == target->depth)
+        kq::CopyRows(kq::BlockOf(*source), kq::BlockOf(*target), plan);
+    else if (kq::NativeForm(source->depth, &from) && kq::NativeForm(target->depth, &to))
+        kq::CopyPixels(kq::BlockOf(*source), kq::BlockOf(*target), plan, from, to);
+}

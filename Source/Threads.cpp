@@ -1,0 +1,278 @@
+// Tasks on the pool's threads or on fresh ones, the fork over all processors, and the library's names for the host's
+// semaphores, critical regions and clock.
+//
+// The pool's list is not locked: it belongs to the thread that owns the environment. What a worker reads of its entry
+// is handed over by the semaphore that starts it.
+#define KQ_MODULE "Source/Threads"
+#include "Source/Threads.h"
+
+#include "Source/Alloc.h"
+#include "Source/Faults.h"
+#include "Source/Startup.h"
+#include "kq/environment.h"
+#include "pal/program.h"
+#include "pal/thread.h"
+
+namespace {
+
+constexpr size_t kStackBytes = 16384;
+constexpr i16 kArrowCursor = 0, kWaitCursor = 4;
+
+using TaskRoutine = void (*)(void*);
+
+// One slice of a fork.
+struct ForkSlice {
+    ::Node Node;
+    i32 Slice, Slices;
+    int (*Routine)(i32, i32, void*);
+    void* Argument;
+    TaskInfoKQ* Task;   // null: no thread could be had
+    int Result;
+};
+
+pal::Region* NativeRegion(KQCriticalRegion* region) { return reinterpret_cast<pal::Region*>(region); }
+
+pal::Event* EventOf(TaskInfoKQ* task) { return task ? static_cast<pal::Event*>(task->Event) : nullptr; }
+
+// Closes and frees whatever the task holds; its thread has ended or was never there.
+void FreeTask(TaskInfoKQ* task) {
+    if (!task) return;
+    if (task->Event) pal::EventFree(EventOf(task));
+    FreeSemaphoreKQ(task->StartSemaphore);
+    FreeSemaphoreKQ(task->DoneSemaphore);
+    KQ_FREE(task);
+}
+
+// A task with both semaphores, without a thread; null on failure.
+TaskInfoKQ* MakeTask() {
+    TaskInfoKQ* task = KQ_NEW(TaskInfoKQ);
+    if (!task) return nullptr;
+    task->StartSemaphore = CreateSemaphoreKQ(0, 1);
+    task->DoneSemaphore = CreateSemaphoreKQ(0, 1);
+    if (task->StartSemaphore && task->DoneSemaphore) return task;
+    FreeTask(task);
+    return nullptr;
+}
+
+// Gives the task its event and its thread; on failure it has neither.
+bool StartThread(TaskInfoKQ* task, TaskRoutine routine, void* argument) {
+    task->Event = kq::ThreadCallFails() ? nullptr : pal::EventCreate();
+    if (!task->Event) return false;
+    task->Thread = kq::ThreadCallFails() ? nullptr : pal::ThreadStart(routine, argument, kStackBytes);
+    if (task->Thread) return true;
+    pal::EventFree(EventOf(task));
+    task->Event = nullptr;
+    return false;
+}
+
+void JoinThread(TaskInfoKQ* task) {
+    pal::ThreadJoin(static_cast<pal::Thread*>(task->Thread));
+    task->Thread = nullptr;
+}
+
+// The life of a pooled thread.
+void PoolThread(void* data) {
+    kq::PoolEntry* entry = static_cast<kq::PoolEntry*>(data);
+    TaskInfoKQ* task = entry->Task;
+    for (;;) {
+        WaitSemaphoreKQ(task->StartSemaphore);
+        if (entry->Quit) break;
+        entry->Routine(entry->Argument);
+        SignalSemaphoreKQ(task->DoneSemaphore);
+    }
+    SignalSemaphoreKQ(task->DoneSemaphore);
+}
+
+bool AddPoolEntry() {
+    kq::PoolEntry* entry = KQ_NEW(kq::PoolEntry);
+    if (!entry) return false;
+    entry->Task = MakeTask();
+    if (entry->Task && StartThread(entry->Task, PoolThread, entry)) {
+        AddTail(&KQEnv->TaskPool, &entry->Node);
+        return true;
+    }
+    FreeTask(entry->Task);
+    KQ_FREE(entry);
+    return false;
+}
+
+void StopPoolEntry(kq::PoolEntry* entry) {
+    TaskInfoKQ* task = entry->Task;
+    if (entry->Busy) WaitSemaphoreKQ(task->DoneSemaphore);
+    entry->Quit = 1;
+    SignalSemaphoreKQ(task->StartSemaphore);
+    WaitSemaphoreKQ(task->DoneSemaphore);
+    JoinThread(task);
+    FreeTask(task);
+    Remove(&entry->Node);
+    KQ_FREE(entry);
+}
+
+// The first entry of the pool for which `wanted` is true, or null.
+template <class Wanted>
+kq::PoolEntry* FindEntry(Wanted wanted) {
+    for (Node* node = KQEnv->TaskPool.Head; node->Succ; node = node->Succ) {
+        kq::PoolEntry* entry = reinterpret_cast<kq::PoolEntry*>(node);
+        if (wanted(entry)) return entry;
+    }
+    return nullptr;
+}
+
+TaskInfoKQ* StartPooled(kq::PoolEntry* entry, TaskRoutine routine, void* argument) {
+    entry->Busy = 1;
+    entry->Routine = routine;
+    entry->Argument = argument;
+    pal::EventTake(EventOf(entry->Task));
+    SignalSemaphoreKQ(entry->Task->StartSemaphore);
+    return entry->Task;
+}
+
+TaskInfoKQ* StartFresh(TaskRoutine routine, void* argument) {
+    TaskInfoKQ* task = MakeTask();
+    if (task && StartThread(task, routine, argument)) return task;
+    FreeTask(task);
+    return nullptr;
+}
+
+void RunSlice(void* data) {
+    ForkSlice* slice = static_cast<ForkSlice*>(data);
+    slice->Result = slice->Routine(slice->Slice, slice->Slices, slice->Argument);
+}
+
+// Appends and starts a slice; false when there is no memory for its record.
+bool StartSlice(List* slices, const ForkSlice& wanted) {
+    ForkSlice* slice = KQ_NEW(ForkSlice);
+    if (!slice) return false;
+    *slice = wanted;
+    AddTail(slices, &slice->Node);
+    slice->Task = CreateTaskKQ(RunSlice, slice);
+    return true;
+}
+
+// Waits for a slice, or runs it here when it has no thread, and frees it; its result.
+int FinishSlice(ForkSlice* slice) {
+    if (slice->Task)
+        TaskWaitKQ(slice->Task);
+    else
+        RunSlice(slice);
+    int result = slice->Result;
+    KQ_FREE(slice);
+    return result;
+}
+
+}   // namespace
+
+namespace kq {
+
+void StartTaskPool() {
+    NewList(&KQEnv->TaskPool);
+    if (KQEnv->Processors < 2) return;
+    for (i32 i = 0; i < KQEnv->Processors; ++i)
+        if (!AddPoolEntry()) return;
+}
+
+void StopTaskPool() {
+    while (!List_Empty(&KQEnv->TaskPool)) StopPoolEntry(reinterpret_cast<PoolEntry*>(KQEnv->TaskPool.Head));
+}
+
+void CreateMemoryLock() { KQEnv->MemoryLock = CreateCriticalRegionKQ(); }
+
+void FreeMemoryLock() {
+    FreeCriticalRegionKQ(KQEnv->MemoryLock);
+    KQEnv->MemoryLock = nullptr;
+}
+
+}   // namespace kq
+
+TaskInfoKQ* CreateTaskKQ(void* routine, void* argument) {
+    TaskRoutine typed = reinterpret_cast<TaskRoutine>(routine);
+    kq::PoolEntry* idle = FindEntry([](kq::PoolEntry* entry) { return !entry->Busy; });
+    TaskInfoKQ* task = !typed ? nullptr : idle ? StartPooled(idle, typed, argument) : StartFresh(typed, argument);
+    if (!task) KQEnv->Error = KQERR_NOMEM;
+    return task;
+}
+
+void TaskWaitKQ(TaskInfoKQ* task) {
+    if (!task) return;
+    if (kq::PoolEntry* entry = FindEntry([task](kq::PoolEntry* e) { return e->Task == task; })) {
+        WaitSemaphoreKQ(task->DoneSemaphore);
+        entry->Busy = 0;
+        return;
+    }
+    JoinThread(task);
+    FreeTask(task);
+}
+
+void SetEventKQ(TaskInfoKQ* task) {
+    if (pal::Event* event = EventOf(task)) pal::EventSignal(event);
+}
+
+int CheckForEventKQ(TaskInfoKQ* task) {
+    pal::Event* event = EventOf(task);
+    return event && pal::EventTake(event);
+}
+
+int MPForkKQ(int (*routine)(i32, i32, void*), void* data, i32 maxSlices) {
+    i32 processors = KQEnv->Processors;
+    if (processors < 2 || maxSlices < 2) return routine(1, 1, data);
+    i32 slices = maxSlices < processors ? maxSlices : processors;
+    List running;
+    NewList(&running);
+    int all = 1;
+    for (i32 slice = 1; slice <= slices; ++slice)
+        if (!StartSlice(&running, ForkSlice{{}, slice, slices, routine, data, nullptr, 0}))
+            if (!routine(slice, slices, data)) all = 0;
+    while (Node* node = RemHead(&running))
+        if (!FinishSlice(reinterpret_cast<ForkSlice*>(node))) all = 0;
+    return all;
+}
+
+i32 GetProcessorsKQ() { return KQEnv->Processors; }
+
+void* CreateSemaphoreKQ(i32 initial, i32 maximum) {
+    return kq::ThreadCallFails() ? nullptr : pal::SemaphoreCreate(initial, maximum);
+}
+
+void FreeSemaphoreKQ(void* semaphore) {
+    if (semaphore) pal::SemaphoreFree(static_cast<pal::Semaphore*>(semaphore));
+}
+
+void WaitSemaphoreKQ(void* semaphore) {
+    if (semaphore) pal::SemaphoreWait(static_cast<pal::Semaphore*>(semaphore));
+}
+
+void SignalSemaphoreKQ(void* semaphore) {
+    if (semaphore) pal::SemaphoreSignal(static_cast<pal::Semaphore*>(semaphore));
+}
+
+KQCriticalRegion* CreateCriticalRegionKQ() {
+    return kq::ThreadCallFails() ? nullptr : reinterpret_cast<KQCriticalRegion*>(pal::RegionCreate());
+}
+
+void FreeCriticalRegionKQ(KQCriticalRegion* region) {
+    if (region) pal::RegionFree(NativeRegion(region));
+}
+
+void EnterCriticalRegionKQ(KQCriticalRegion* region) {
+    if (region) pal::RegionEnter(NativeRegion(region));
+}
+
+void ExitCriticalRegionKQ(KQCriticalRegion* region) {
+    if (region) pal::RegionExit(NativeRegion(region));
+}
+
+void StartTimerKQ(i32* timer) { *timer = i32(pal::MillisecondClock()); }
+
+i32 ElapsedTimeKQ(i32 timer) { return i32(kq::MillisecondsBetween(u32(timer), pal::MillisecondClock())); }
+
+void BusyKQ() {
+    ++KQEnv->BusyCount;
+    KQEnv->Cursor = kWaitCursor;
+    kq::ShowCursor();
+}
+
+void NotBusyKQ() {
+    if (--KQEnv->BusyCount != 0) return;
+    KQEnv->Cursor = kArrowCursor;
+    kq::ShowCursor();
+}

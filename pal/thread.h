@@ -1,0 +1,63 @@
+// Threads, counting semaphores, auto-reset events and recursive locks of the host. Their memory comes from the host
+// and not from the library's memory manager, which takes such a lock itself.
+#pragma once
+
+#include "kq/types.h"
+
+namespace pal {
+
+// A running thread; opaque.
+struct Thread;
+
+// Runs `routine(argument)` on a new thread whose routine may hold `stackBytes` on its stack: the host adds what it
+// needs itself, and goes up to its own minimum. Null when the thread cannot be had.
+Thread* ThreadStart(void (*routine)(void*), void* argument, size_t stackBytes);
+
+// Waits without limit for the end of the thread, then frees its handle.
+void ThreadJoin(Thread* thread);
+
+// A counting semaphore with a maximum; opaque.
+struct Semaphore;
+
+// Null when `maximum` is below 1, `initial` is not from 0 to `maximum`, or memory is short.
+Semaphore* SemaphoreCreate(i32 initial, i32 maximum);
+
+// Frees a semaphore that no thread waits for. A thread that has just been let through may free it, though the one
+// that signalled has not returned yet.
+void SemaphoreFree(Semaphore* semaphore);
+
+// Waits without limit until the count is above 0, then takes 1 from it.
+void SemaphoreWait(Semaphore* semaphore);
+
+// Adds 1 to the count unless it is at the maximum.
+void SemaphoreSignal(Semaphore* semaphore);
+
+// An event that goes back to unsignalled when it is seen; opaque.
+struct Event;
+
+// An unsignalled event; null when memory is short.
+Event* EventCreate();
+
+void EventFree(Event* event);
+
+void EventSignal(Event* event);
+
+// True when the event was signalled; it is unsignalled afterwards. Does not wait.
+bool EventTake(Event* event);
+
+// A recursive lock, cheap when nobody else wants it; opaque.
+struct Region;
+
+// Null when memory is short.
+Region* RegionCreate();
+
+// Frees a region that nobody holds.
+void RegionFree(Region* region);
+
+// Waits until no other thread holds the region; the holder may enter again.
+void RegionEnter(Region* region);
+
+// Gives back one entry of the calling thread, which must hold the region.
+void RegionExit(Region* region);
+
+}   // namespace pal
