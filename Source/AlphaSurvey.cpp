@@ -30,7 +30,9 @@ KQ_LOOP Counts CountPartLoop(const u32* pixels, size_t count, u32 zero, u32 one)
     return {zeros, ones, likeZero, likeOne};
 }
 
-KQ_VECTOR_FORMS(static Counts, CountPart, (const u32* pixels, size_t count, u32 zero, u32 one),
+static Counts CountPart(const u32* pixels, size_t count, u32 zero, u32 one);
+
+KQ_VECTOR_FORMS(Counts, CountPart, (const u32* pixels, size_t count, u32 zero, u32 one),
                 (pixels, count, zero, one))
 
 // Nonzero when some pixel of the part does not fit. With t the part of the matte in the pixel, out of 255, a channel c
@@ -48,7 +50,9 @@ KQ_LOOP u32 MisfitsLoop(const u32* pixels, size_t count, u32 matte, u32 inverted
     return misfits;
 }
 
-KQ_VECTOR_FORMS(static u32, Misfits, (const u32* pixels, size_t count, u32 matte, u32 inverted),
+static u32 Misfits(const u32* pixels, size_t count, u32 matte, u32 inverted);
+
+KQ_VECTOR_FORMS(u32, Misfits, (const u32* pixels, size_t count, u32 matte, u32 inverted),
                 (pixels, count, matte, inverted))
 
 namespace {

@@ -1,7 +1,9 @@
 // The edit list: which source or scratch frame each presented frame is.
 //
 // The list is an array of runs in presented order, public in the clip's record. Nothing here looks at files or pixels.
-// A call that changes the list returns 0 with the list unchanged when memory runs out or no run holds the frame.
+// A list of up to 256 runs is walked; a longer one is found through an index of the frames before every 64th run, which
+// hangs on the clip and is made again when the list has changed. A call that changes the list returns 0 with the list
+// unchanged when memory runs out or no run holds the frame.
 #pragma once
 
 #include "kq/clip.h"
@@ -16,14 +18,14 @@ struct EditPlace {
 };
 
 // Finds the run that holds `frame`, whatever the source's length; false when there is none or no list.
-bool FindRun(const KQClip* clip, i32 frame, EditPlace* place);
+bool FindRun(KQClip* clip, i32 frame, EditPlace* place);
 
 // The source frame (0 or above) or scratch frame (below 0) that presented frame `frame` is; itself without a list, and
 // at or past the source's end. False when no run holds it, or it is negative.
-bool MapFrame(const KQClip* clip, i32 frame, i32* number);
+bool MapFrame(KQClip* clip, i32 frame, i32* number);
 
 // Whether SetFrame can give `frame` a number.
-bool HoldsFrame(const KQClip* clip, i32 frame);
+bool HoldsFrame(KQClip* clip, i32 frame);
 
 // Makes presented frame `frame` the frame `number`, splitting its run, and compacts.
 int SetFrame(KQClip* clip, i32 frame, i32 number);

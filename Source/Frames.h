@@ -103,7 +103,7 @@ int FetchPresented(const FrameRequest& request, i32 frame, KQBitmap* bitmap, u32
 int BlendByFrames(const FrameRequest& request);
 int BlendByFields(const FrameRequest& request);
 
-// The row flags on a 32-bit bitmap; the first one set counts.
+// FilterRows.cpp: the row flags on a 32-bit bitmap; the first one set counts.
 void FilterRows(KQBitmap* bitmap, u32 flags);
 
 // InterpretAlpha.cpp: what the clip says of alpha, done to the pixels of `area` after reading.

@@ -108,7 +108,9 @@ KQ_LOOP u32 PartDifferenceLoop(const u8* one, const u8* other, size_t pixels) {
     return sum;
 }
 
-KQ_VECTOR_FORMS(static u32, PartDifference, (const u8* one, const u8* other, size_t pixels), (one, other, pixels))
+static u32 PartDifference(const u8* one, const u8* other, size_t pixels);
+
+KQ_VECTOR_FORMS(u32, PartDifference, (const u8* one, const u8* other, size_t pixels), (one, other, pixels))
 
 u64 ColourDifference(const u8* one, const u8* other, size_t pixels) {
     constexpr size_t kPart = size_t(1) << 20;

@@ -40,7 +40,7 @@ inline Vectors& VectorsInUse() {
 }   // namespace kq
 
 // Defines Result name(parameters) in the present namespace out of name##Loop. `parameters` and `arguments` come in
-// their parentheses.
+// their parentheses. For a function of the file alone, a static declaration stands before.
 #define KQ_VECTOR_FORMS(Result, name, parameters, arguments)                                                      \
     static Result name##Base parameters { return name##Loop arguments; }                                          \
     __attribute__((target("avx2"))) static Result name##Avx2 parameters { return name##Loop arguments; }          \

@@ -1,6 +1,6 @@
-#include "Source/Formats.h"
-#include "kq/clip.h"
 #include "kq/sequence.h"
-KQ_API int GuessAlphaKQ(KQClip*) { return 1; }
+#include "Source/Formats.h"
 int Sequence_Check(KQClip*, TagItem*) { return 1; }
+int SequenceNumber_to_Name(char*, i32, i32) { return 0; }
+int SequenceNumber_to_Name_Validate(char*, i32) { return 0; }
 namespace kq { KQFormatDesc* MakeRamClipModule() { return nullptr; } }
