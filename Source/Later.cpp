@@ -7,6 +7,10 @@ void ReadWindowPreferences() {}
 
 void StoreWindowPreferences() {}
 
+void FreePseudoWindows() {}
+
+void PostQuitMessage(u32) {}
+
 void StartMovieLayer() {}
 
 void StopMovieLayer() {}
@@ -18,7 +22,5 @@ void FreeStringCatalogue() {}
 void ParseKeyFile() {}
 
 void FreeKeyTable() {}
-
-void ReportLeaks() {}
 
 }   // namespace kq

@@ -26,6 +26,12 @@ void CloseAllWindows();
 void CloseHelpSystem();
 void ClearMenuBar();
 
+// Pseudos.cpp
+void FreePseudoWindows();
+
+// Pcevent.cpp: the platform's quit message, with its code.
+void PostQuitMessage(u32 code);
+
 // Threads.cpp
 void StartTaskPool();
 void StopTaskPool();
@@ -49,7 +55,10 @@ void CloseAllClips();
 void RemoveScratchFolder();
 void FreeFormatModules();
 
-// Memory.cpp: the leak report, then every chunk goes back to the platform.
+// Memory.cpp: the leak report; the chunks in it go back to the platform.
 void ReportLeaks();
+
+// Memory.cpp: gives back, without a word, the chunks that a failed start leaves.
+void ReleaseMemoryChunks();
 
 }   // namespace kq

@@ -11,6 +11,7 @@
 #include "kq/formats.h"
 #include "kq/frames.h"
 #include "kq/gbuffers.h"
+#include "kq/jobs.h"
 #include "kq/lists.h"
 #include "kq/memory.h"
 #include "kq/nativebitmap.h"

@@ -18,3 +18,12 @@ KQ_API int SequenceNumber_to_Name(char* name, i32 number, i32 skip);
 
 // Resolves a sequence path in place with the width that exists on disk; 0 when no file is found.
 KQ_API int SequenceNumber_to_Name_Validate(char* name, i32 number);
+
+// Non-zero when `name` (a name or a path) holds the sequence form.
+KQ_API int Is_Sequence(const char* name);
+
+// Whether frames of a sequence are there, with a warning to the user when some are missing.
+KQ_API int Is_Sequence_Valid(const char* spec, const i32* frames, i32 count);
+
+// Whether all frames of a sequence are there.
+KQ_API int Is_SequenceData_Valid(const char* spec, const i32* frames, i32 count);

@@ -34,7 +34,7 @@ T Failed(T result) {
 
 int Flags(Access access) {
     switch (access) {
-    case Access::Read: return O_RDONLY;
+    case Access::Read: return O_RDONLY | O_NONBLOCK;   // a pipe that nobody writes to is empty, not a wait without end
     case Access::Write: return O_WRONLY;
     case Access::ReadWrite: return O_RDWR;
     }
@@ -43,8 +43,7 @@ int Flags(Access access) {
 
 File* OpenDescriptor(const char* path, int flags) {
     int descriptor;
-    do
-        descriptor = open(path, flags | O_CLOEXEC, 0666);
+    do descriptor = open(path, flags | O_CLOEXEC, 0666);
     while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) return Failed<File*>(nullptr);
     struct stat status;
@@ -67,9 +66,7 @@ File* OpenDescriptor(const char* path, int flags) {
 
 File* FileOpen(const char* path, Access access) { return OpenDescriptor(path, Flags(access)); }
 
-File* FileCreate(const char* path, Access access) {
-    return OpenDescriptor(path, Flags(access) | O_CREAT | O_TRUNC);
-}
+File* FileCreate(const char* path, Access access) { return OpenDescriptor(path, Flags(access) | O_CREAT | O_TRUNC); }
 
 bool FileClose(File* file) {
     int result = close(file->descriptor);
@@ -209,6 +206,7 @@ u32 FileError() {
     case EDQUOT:
     case EFBIG: return KQERR_DISKFULL;
     case EACCES:
+    case EBADF:   // a transfer that the file was not opened for
     case EPERM:
     case EBUSY:
     case ETXTBSY:

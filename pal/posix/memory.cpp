@@ -2,6 +2,7 @@
 #include "pal/memory.h"
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,11 +12,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "pal/blockcache.h"
+
 namespace pal {
 
 namespace {
 
 std::atomic<i64> blocksOut{0};
+BlockCache cache;
 
 struct Shared {
     void* view;
@@ -23,19 +27,44 @@ struct Shared {
     char name[256];
 };
 
+void* Map(size_t length) {
+    void* block = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return block == MAP_FAILED ? nullptr : block;
+}
+
+size_t Misaligned(const void* block) { return reinterpret_cast<uptr>(block) % kBlockAlignment; }
+
+// The kernel places maps side by side, and all of ours are multiples of the alignment long: the plain map is nearly
+// always aligned. Otherwise a longer one is cut on both sides.
+void* MapAligned(size_t length) {
+    void* block = Map(length);
+    if (!block || !Misaligned(block)) return block;
+    munmap(block, length);
+    if (length > SIZE_MAX - kBlockAlignment) return nullptr;
+    u8* longer = static_cast<u8*>(Map(length + kBlockAlignment));
+    if (!longer) return nullptr;
+    size_t front = kBlockAlignment - Misaligned(longer);
+    munmap(longer, front);
+    if (front < kBlockAlignment) munmap(longer + front + length, kBlockAlignment - front);
+    return longer + front;
+}
+
 }   // namespace
 
 void* BlockAlloc(size_t bytes) {
-    void* block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (block == MAP_FAILED) return nullptr;
-    ++blocksOut;
+    size_t length = BlockCache::Round(bytes);
+    if (length < bytes) return nullptr;
+    void* block = length == BlockCache::kBytes ? cache.Take() : nullptr;
+    if (!block) block = MapAligned(length);
+    if (block) ++blocksOut;
     return block;
 }
 
 void BlockFree(void* block, size_t bytes) {
     if (!block) return;
     --blocksOut;
-    munmap(block, bytes);
+    size_t length = BlockCache::Round(bytes);
+    if (length != BlockCache::kBytes || !cache.Keep(block)) munmap(block, length);
 }
 
 i64 BlocksOut() { return blocksOut; }

@@ -5,24 +5,30 @@
 
 #include <windows.h>
 
+#include "pal/blockcache.h"
+
 namespace pal {
 
 namespace {
 
 std::atomic<i64> blocksOut{0};
+BlockCache cache;
 
 }   // namespace
 
 void* BlockAlloc(size_t bytes) {
-    void* block = VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    size_t length = BlockCache::Round(bytes);
+    if (length < bytes) return nullptr;
+    void* block = length == BlockCache::kBytes ? cache.Take() : nullptr;
+    if (!block) block = VirtualAlloc(nullptr, length, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
     if (block) ++blocksOut;
     return block;
 }
 
-void BlockFree(void* block, size_t) {
+void BlockFree(void* block, size_t bytes) {
     if (!block) return;
     --blocksOut;
-    VirtualFree(block, 0, MEM_RELEASE);
+    if (BlockCache::Round(bytes) != BlockCache::kBytes || !cache.Keep(block)) VirtualFree(block, 0, MEM_RELEASE);
 }
 
 i64 BlocksOut() { return blocksOut; }
