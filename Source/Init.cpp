@@ -150,6 +150,7 @@ KQEnvironment* InitKQ(void (*callback)(KQEvent*), const char* prefs, const char*
     if (!KQEnv->Strings)
         if (TagItem* given = FindTagItem(KQTAG_InitStrings, tags))
             KQEnv->Strings = reinterpret_cast<KQStringTable*>(given->Data);
+    kq::IndexStrings();
     if (TagItem* given = FindTagItem(KQTAG_InitKeySections, tags)) {
         KQEnv->KeySections = reinterpret_cast<KQKeySection*>(given->Data);
         kq::ParseKeyFile();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kq/bitmap.h"
+#include "kq/catalogue.h"
 #include "kq/clip.h"
 #include "kq/draw.h"
 #include "kq/enumerate.h"
@@ -10,6 +11,7 @@
 #include "kq/filespec.h"
 #include "kq/formats.h"
 #include "kq/jobs.h"
+#include "kq/keys.h"
 #include "kq/lists.h"
 #include "kq/memory.h"
 #include "kq/nativebitmap.h"
