@@ -58,10 +58,4 @@ int Sequence_Check(KQClip* clip, TagItem*) {
     FreeFileSpecKQ(spec);
     return 1;
 }
-int SequenceNumber_to_Name_Validate(char* name, i32 number) {
-    char path[5000];
-    std::strcpy(path, name);
-    if (!SequenceNumber_to_Name(path, number, 0) || !FileExistsKQ(path)) return 0;
-    std::strcpy(name, path);
-    return 1;
-}
+int SequenceNumber_to_Name_Validate(char* name, i32 number) { return SequenceNumber_to_Name(name, number, 0); }
