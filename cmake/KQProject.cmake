@@ -15,6 +15,12 @@ if(WIN32)
   add_compile_definitions(UNICODE _UNICODE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
 endif()
 
+# Compiled again only what changed, across trees, where ccache is there.
+find_program(KQ_CCACHE ccache)
+if(KQ_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KQ_CCACHE})
+endif()
+
 # Where the tree's own library is found: beside the program.
 if(NOT WIN32)
   set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
