@@ -102,8 +102,13 @@ int CopyName(char** copy, const char* name) {
     return *copy != nullptr;
 }
 
-// A failed copy of the key file's or the catalogue's name.
+// A failed copy of the key file's or the catalogue's name. Services that run by then live in the environment's memory
+// and must not outlive it.
 KQEnvironment* NameFailed() {
+    if (KQEnv->QuickTimePresent) kq::StopMovieLayer();
+    kq::StopTaskPool();
+    kq::FreeMemoryLock();
+    kq::StopNativeLayer();
     KQ_FREE(KQEnv->PrefsName);
     Free_List(&KQEnv->PrefsSections);
     return StartFailed();
@@ -135,6 +140,7 @@ void LoadTexts(TagItem* tags) {
     TagItem* strings = FindTagItem(KQTAG_InitStrings, tags);
     givenStrings = strings ? reinterpret_cast<KQStringTable*>(strings->Data) : nullptr;
     if (!KQEnv->Strings) KQEnv->Strings = givenStrings;
+    kq::IndexStrings();
     if (TagItem* given = FindTagItem(KQTAG_InitKeySections, tags)) {
         KQEnv->KeySections = reinterpret_cast<KQKeySection*>(given->Data);
         kq::ParseKeyFile();

@@ -58,3 +58,4 @@ int Sequence_Check(KQClip* clip, TagItem*) {
     FreeFileSpecKQ(spec);
     return 1;
 }
+int SequenceNumber_to_Name_Validate(char* name, i32 number) { return SequenceNumber_to_Name(name, number, 0); }

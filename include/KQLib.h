@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kq/bitmap.h"
+#include "kq/catalogue.h"
 #include "kq/clip.h"
 #include "kq/draw.h"
 #include "kq/enumerate.h"
@@ -12,6 +13,7 @@
 #include "kq/frames.h"
 #include "kq/gbuffers.h"
 #include "kq/jobs.h"
+#include "kq/keys.h"
 #include "kq/lists.h"
 #include "kq/memory.h"
 #include "kq/nativebitmap.h"

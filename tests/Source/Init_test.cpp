@@ -63,7 +63,7 @@ TEST_F(Init, NullStringsAndNullTagsGiveAWorkingEnvironment) {
 TEST_F(Init, EveryListIsEmptyAndValid) {
     ASSERT_NE(Start(), nullptr);
     for (List* list : {&KQEnv->SpareList, &KQEnv->WindowList, &KQEnv->PseudoWindowList, &KQEnv->JobList,
-                       &KQEnv->TaskPool, &KQEnv->PrefsSections, &KQEnv->ClipList, &KQEnv->formatModules})
+                       &KQEnv->PrefsSections, &KQEnv->ClipList, &KQEnv->formatModules})
         EXPECT_EQ(List_Entries(list), 0);
 }
 

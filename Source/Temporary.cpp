@@ -1,3 +1,0 @@
-// Stands in for the RAM clip module until it lands.
-#include "Source/Formats.h"
-namespace kq { KQFormatDesc* MakeRamClipModule() { return nullptr; } }
