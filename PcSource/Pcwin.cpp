@@ -36,6 +36,7 @@ void TakeCommandLine(TagItem* tags) {
 }   // namespace
 
 int StartNativeLayer(TagItem* tags) {
+    StartDisplay();
     KQEnv->WindowsDisabled = 0;
     TakeCommandLine(tags);
     ComputeMetrics(KQEnv->GUI, kNoScreenWidth);
@@ -43,6 +44,7 @@ int StartNativeLayer(TagItem* tags) {
 }
 
 void StopNativeLayer() {
+    StopDisplay();
     KQ_FREE(KQEnv->CommandLine);
     KQEnv->CommandLine = nullptr;
 }

@@ -14,9 +14,8 @@
 #include "kq/environment.h"
 #include "kq/files.h"
 #include "kq/filespec.h"
+#include "kq/frames.h"
 #include "kq/sequence.h"
-
-KQ_API int GuessAlphaKQ(KQClip* clip);
 
 namespace {
 
@@ -144,11 +143,13 @@ void FillOpened(KQClip* clip, i32 track, TagItem* tags) {
 void ReleaseOwned(KQClip* clip) {
     KQ_FREE(clip->options);
     KQ_FREE(clip->editList);
+    KQ_FREE(clip->editIndex);
     KQ_FREE(clip->frameNumbers);
     Free_List(&clip->tracks);
     FreeFileSpecKQ(clip->fileSpec);
     clip->options = nullptr;
     clip->editList = nullptr;
+    clip->editIndex = nullptr;
     clip->frameNumbers = nullptr;
     clip->fileSpec = nullptr;
 }
@@ -205,6 +206,7 @@ void TakeFields(const KQClip* source, KQClip* owned, KQClip* target) {
     target->moduleData = kept.moduleData;
     target->gbufferMask = kept.gbufferMask;
     target->openNode = kept.openNode;
+    target->editIndex = kept.editIndex;
     target->options = owned->options;
     target->fileSpec = owned->fileSpec;
     target->editList = owned->editList;

@@ -67,6 +67,3 @@ void ShowFreeMemory(int report) {
         i64(now.pageFree) / 1024, physicalChange, physicalChange / 1024, pageChange, pageChange / 1024);
 #undef KQ_BYTES
 }
-
-// No display driver answers without a screen.
-void ShowDibSupport(u16 bits) { DebugMessage("DIB 20 x 20, %u bits: no display driver\n", unsigned(bits)); }

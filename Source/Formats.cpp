@@ -60,6 +60,8 @@ bool Matches(u32 wanted, u32 code) { return wanted == code || wanted == KQ_ANYCO
 
 constexpr KQFormatDesc* (*kBuiltIn[])() = {
     kq::MakeFilmstripModule,
+    kq::MakeElectricImageModule,
+    kq::MakeVPBModule,
     kq::MakeRamClipModule,
 };
 

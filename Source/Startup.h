@@ -17,6 +17,10 @@ void FreeMouseQueue();
 void ReadWindowPreferences();
 void StoreWindowPreferences();
 
+// DisplayPalette.cpp: the drawing service and the palette of an 8-bit display.
+void StartDisplay();
+void StopDisplay();
+
 // Pcwin.cpp: component model, window classes, fonts, brushes, top window, timer. Without a screen: the command line
 // and the metrics alone.
 int StartNativeLayer(TagItem* tags);
@@ -44,6 +48,7 @@ void StopMovieLayer();
 
 // Locale.cpp: loads StringFileName into Strings.
 void LoadStringCatalogue();
+void IndexStrings();   // makes the look-ups in Strings fast, wherever they came from
 void FreeStringCatalogue();
 
 // Keyfile.cpp: parses KeyFileName into KeyTable.

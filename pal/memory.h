@@ -27,8 +27,9 @@ struct MemoryStatus {
 // Fills `status`; false when the host does not tell.
 bool MemoryQuery(MemoryStatus* status);
 
-// Maps `bytes` of memory shared between processes under `name`, making it zero-filled when it does not exist. Returns
-// a handle, null on failure (also when it exists and is smaller), with `*view` at the memory.
+// Maps `bytes` of memory (at least 1) shared between processes under `name`, making it zero-filled when it does not
+// exist; a null name gives memory that nobody else finds. Returns a handle, null on failure (also when it exists and is
+// smaller), with `*view` at the memory.
 void* SharedOpen(const char* name, size_t bytes, void** view);
 
 // Unmaps and closes; the memory goes with its last user.

@@ -89,6 +89,8 @@ struct KQClip {
     i32 numberStep;           // step between the numbers of a sequence
     i32* frameNumbers;        // file number of each source frame; null: number equals index; owned
     MinNode openNode;         // the library's link in the environment's list of open clips; cleared while closed
+    void* editIndex;          // the library's index over an editList of more than 256 runs, or null; owned. Who changes
+                              // counts of such a list in place frees it (FreeMemoryKQ) and sets null here
 };
 
 // The layout that format modules compile against.
@@ -105,7 +107,7 @@ static_assert(offsetof(KQClip, matteColor) == 144 && offsetof(KQClip, pixelAspec
 static_assert(offsetof(KQClip, backgroundColor) == 184 && offsetof(KQClip, clipVersion) == 192);
 static_assert(offsetof(KQClip, tracks) == 200 && offsetof(KQClip, editCapacity) == 224);
 static_assert(offsetof(KQClip, editList) == 240 && offsetof(KQClip, firstNumber) == 248);
-static_assert(offsetof(KQClip, frameNumbers) == 256 && sizeof(KQClip) == 280);
+static_assert(offsetof(KQClip, frameNumbers) == 256 && sizeof(KQClip) == 288);
 
 // Tags of OpenClipKQ.
 inline constexpr u32 KQTAG_CLIP_NOASK = 8192;          // accept a detected sequence without asking

@@ -1,5 +1,0 @@
-#include "Source/Formats.h"
-#include "kq/clip.h"
-#include "kq/sequence.h"
-KQ_API int GuessAlphaKQ(KQClip*) { return 1; }
-namespace kq { KQFormatDesc* MakeRamClipModule() { return nullptr; } }
