@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "Source/Startup.h"
+#include "kq/filespec.h"
 #include "kq/clip.h"
 #include "kq/enumerate.h"
 #include "kq/formats.h"
