@@ -406,9 +406,10 @@ TEST_F(Guess, FindsThePicturesMattedByImageMagick) {
                 "\\( -size 64x48 -seed 7 plasma:orange-navy \\( -size 64x48 radial-gradient:white-black -level "
                 "25%,75% \\) -alpha off -compose CopyOpacity -composite \\)";
             std::string mask = std::string("\\( -clone 0 -alpha extract ") + (inverted ? "-negate \\)" : "\\)");
-            std::string command = "convert " + picture + " " + mask + " \\( -clone 0 -background '" + colour +
-                                  "' -flatten \\) -delete 0 -swap 0,1 -alpha off -compose CopyOpacity -composite " +
-                                  "-depth 8";
+            std::string command =
+                "convert " + picture + " " + mask + " \\( -clone 0 -background '" + colour +
+                "' -compose Over -flatten \\) -delete 0 -swap 0,1 -alpha off -compose CopyOpacity -composite " +
+                "-depth 8";
             if (!MadeBy(command, name)) GTEST_SKIP() << "ImageMagick cannot be run here";
             std::vector<Frame> frames = ReadRaw(name, kWidth, kHeight, true);
             ASSERT_EQ(frames.size(), 1u);
