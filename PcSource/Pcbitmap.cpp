@@ -1,31 +1,20 @@
-// Native bitmaps in memory: allocation, single pixels and fills.
+// Native bitmaps: allocation in plain memory, release, single pixels and fills.
 #define KQ_MODULE "PcSource/Pcbitmap"
 #include "kq/nativebitmap.h"
 
 #include <cstring>
 
+#include "PcSource/NativeRecord.h"
 #include "Source/Alloc.h"
 #include "Source/Channels.h"
 #include "Source/Pixels.h"
 #include "Source/SizeGate.h"
+#include "pal/display.h"
 
 namespace {
 
 constexpr i32 kEmptyRecord = 33;
 constexpr f64 kByteToUnit = 0.00392156862745098;
-
-void SetFormat(KQNativeBitmap* bitmap, i32 width, i32 height, i32 depth) {
-    bitmap->width = width;
-    bitmap->height = height;
-    bitmap->depth = depth;
-    bitmap->pixelBytes = depth / 8;
-    i32 stride = (width * bitmap->pixelBytes + 3) & ~3;
-    bitmap->rowBytes = -stride;
-    bitmap->dataSize = stride * height;
-    bitmap->firstRowOffset = bitmap->dataSize - stride;
-    bitmap->nativeFlag = 1;
-    bitmap->header = {sizeof(KQBitmapHeader), width, height, 1, u16(depth), 0, u32(bitmap->dataSize), 0, 0, 0, 0};
-}
 
 u8* PixelAt(const KQNativeBitmap* bitmap, i32 x, i32 y) {
     return bitmap->data + (bitmap->firstRowOffset + i64(y) * bitmap->rowBytes + i64(x) * bitmap->pixelBytes);
@@ -53,13 +42,30 @@ void StoreColour(const KQNativeBitmap* bitmap, u8* pixel, kq::Bytes3 colour) {
 
 }   // namespace
 
+namespace kq {
+
+void SetNativeFormat(KQNativeBitmap* bitmap, i32 width, i32 height, i32 depth) {
+    bitmap->width = width;
+    bitmap->height = height;
+    bitmap->depth = depth;
+    bitmap->pixelBytes = depth / 8;
+    i32 stride = (width * bitmap->pixelBytes + 3) & ~3;
+    bitmap->rowBytes = -stride;
+    bitmap->dataSize = stride * height;
+    bitmap->firstRowOffset = bitmap->dataSize - stride;
+    bitmap->nativeFlag = 1;
+    bitmap->header = {sizeof(KQBitmapHeader), width, height, 1, u16(depth), 0, u32(bitmap->dataSize), 0, 0, 0, 0};
+}
+
+}   // namespace kq
+
 KQNativeBitmap* AllocNativeBitmapKQ(i32 width, i32 height, i32 depth) {
     if (depth == kEmptyRecord) return KQ_NEW(KQNativeBitmap);
     bool known = depth == 8 || depth == 16 || depth == 24 || depth == 32;
     if (!known || !kq::SizeFits(width, height, depth)) return nullptr;
     KQNativeBitmap* bitmap = KQ_NEW(KQNativeBitmap);
     if (!bitmap) return nullptr;
-    SetFormat(bitmap, width, height, depth);
+    kq::SetNativeFormat(bitmap, width, height, depth);
     bitmap->data = static_cast<u8*>(KQ_ALLOC(size_t(bitmap->dataSize), 0));
     if (bitmap->data) return bitmap;
     KQ_FREE(bitmap);
@@ -68,11 +74,12 @@ KQNativeBitmap* AllocNativeBitmapKQ(i32 width, i32 height, i32 depth) {
 
 void FreeBitmapKQ(KQNativeBitmap* bitmap) {
     if (!bitmap || (bitmap->ownership & KQNB_NotOurs)) return;
-    KQ_FREE(bitmap->data);
+    if (bitmap->sectionHandle)
+        pal::DeleteDisplayBitmap(bitmap->sectionHandle);
+    else
+        KQ_FREE(bitmap->data);
     KQ_FREE(bitmap);
 }
-
-i32 SuggestedDepthKQ() { return 24; }
 
 void ReadPixelKQ(const KQNativeBitmap* bitmap, i32 x, i32 y, KQRGB* colour) {
     const u8* pixel = PixelAt(bitmap, x, y);

@@ -68,6 +68,7 @@ struct Level {
     Level* parent;
     char* path;      // kPathBytes bytes
     size_t length;   // of this folder's path, its separator included
+    bool linked;     // reached through a shortcut
 };
 
 bool EndsInSeparator(const char* path, size_t length) {
@@ -130,12 +131,24 @@ bool StandsIn(const Level* level, const pal::FolderIdentity& folder) {
 
 void WalkFolder(Walk& walk, Level& level);
 
-// Enters the folder that a shortcut found on `level` leads to. `path` is the shortcut's own buffer.
+// Walks the folder whose path stands in the buffer `path`.
+void EnterFolder(Walk& walk, Level& level, char* path, bool linked) {
+    Level inside = {&level, path, CloseWithSeparator(path), linked};
+    if (inside.length) WalkFolder(walk, inside);
+}
+
+// The folder that a shortcut leads to. `path` is the shortcut's own buffer.
 void EnterThroughShortcut(Walk& walk, Level& level, char* path) {
     pal::FolderIdentity folder;
-    if (!pal::FolderIdentify(path, &folder) || StandsIn(&level, folder) || !walk.entered.Add(folder)) return;
-    Level inside = {&level, path, CloseWithSeparator(path)};
-    if (inside.length) WalkFolder(walk, inside);
+    if (pal::FolderIdentify(path, &folder) && !StandsIn(&level, folder) && walk.entered.Add(folder))
+        EnterFolder(walk, level, path, true);
+}
+
+// A subfolder. Behind a shortcut it may be one that the shortcut was found in.
+void EnterSubfolder(Walk& walk, Level& level) {
+    pal::FolderIdentity folder;
+    if (!level.linked || (pal::FolderIdentify(level.path, &folder) && !StandsIn(&level, folder)))
+        EnterFolder(walk, level, level.path, level.linked);
 }
 
 void FollowShortcut(Walk& walk, Level& level, const char* name) {
@@ -155,8 +168,7 @@ void VisitEntry(Walk& walk, Level& level, const pal::FolderEntry& entry) {
     } else if (!entry.folder) {
         walk.callback(level.path, TypeCode(entry.name), walk.user);
     } else if (walk.recursive && !SkipsFolder(entry.name)) {
-        Level inside = {&level, level.path, CloseWithSeparator(level.path)};
-        if (inside.length) WalkFolder(walk, inside);
+        EnterSubfolder(walk, level);
     }
 }
 
@@ -185,7 +197,7 @@ int EnumFilesKQ(char** folders, const u32*, FileCallback callback, uptr user, in
         if (length >= kPathBytes) continue;
         std::memcpy(path, *folders, length + 1);
         Walk walk = {callback, user, recursive != 0, {}};
-        Level root = {nullptr, path, CloseWithSeparator(path)};
+        Level root = {nullptr, path, CloseWithSeparator(path), false};
         if (root.length) WalkFolder(walk, root);
     }
     return 1;

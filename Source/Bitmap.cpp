@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "Source/Alloc.h"
+#include "Source/BitmapCopy.h"
 #include "Source/Channels.h"
-#include "Source/Pixels.h"
 #include "Source/SizeGate.h"
 #include "kq/environment.h"
 #include "pal/memory.h"
@@ -121,7 +121,5 @@ void FillAlphaKQ(KQBitmap* bitmap, u32 alpha) {
 }
 
 void FillAlphaRectKQ(KQBitmap* bitmap, u32 value, const KQRectT<long>* rect) {
-    kq::Block block = kq::BlockOf(*bitmap);
-    for (long y = 0; y < rect->height; ++y)
-        for (long x = 0; x < rect->width; ++x) block.data[block.Offset(rect->x + x, rect->y + y)] = u8(value);
+    kq::FillFirstBytes(kq::BlockOf(*bitmap), *rect, u8(value));
 }

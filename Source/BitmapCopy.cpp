@@ -27,11 +27,13 @@ i64 EdgeOf(i64 start, i64 size) {
     return std::clamp(start, -kFar, kFar) + std::clamp(size, -kFar, kFar);
 }
 
-// One row: `run` moves `count` pixels from one address to the other.
+// Rows that both bitmaps have, cut to the memory of both: `run` moves `count` pixels from one address to the other.
 template <class Run>
 void WalkRows(const Block& source, const Block& target, const CopyPlan& plan, i64 sourceBytes, i64 targetBytes,
               Run run) {
-    for (i64 y = 0; y < plan.height; ++y) {
+    i64 top = std::max<i64>({0, -plan.sourceY, -plan.targetY});
+    i64 bottom = std::min({plan.height, source.height - plan.sourceY, target.height - plan.targetY});
+    for (i64 y = top; y < bottom; ++y) {
         i64 from = source.Offset(plan.sourceX, plan.sourceY + y);
         i64 to = target.Offset(plan.targetX, plan.targetY + y);
         i64 count = plan.width;
@@ -67,7 +69,7 @@ void ClipToTarget(CopyPlan* plan, i64 targetWidth, i64 targetHeight) {
 }
 
 void LimitToRect(CopyPlan* plan, const KQRectT<long>& rect) {
-    i64 left = std::max<i64>(plan->sourceX, rect.x), top = std::max<i64>(plan->sourceY, rect.y);
+    i64 left = std::max(plan->sourceX, EdgeOf(rect.x, 0)), top = std::max(plan->sourceY, EdgeOf(rect.y, 0));
     i64 right = std::min(plan->sourceX + plan->width, EdgeOf(rect.x, rect.width));
     i64 bottom = std::min(plan->sourceY + plan->height, EdgeOf(rect.y, rect.height));
     *plan = {left,
@@ -76,6 +78,16 @@ void LimitToRect(CopyPlan* plan, const KQRectT<long>& rect) {
              bottom - top,
              plan->targetX + left - plan->sourceX,
              plan->targetY + top - plan->sourceY};
+}
+
+void FillFirstBytes(const Block& target, const KQRectT<long>& rect, u8 value) {
+    i64 left = EdgeOf(rect.x, 0);
+    i64 bottom = std::min<i64>(EdgeOf(rect.y, rect.height), target.height);
+    for (i64 y = std::max<i64>(rect.y, 0); y < bottom; ++y) {
+        i64 count = EdgeOf(rect.width, 0), offset = target.Offset(left, y);
+        i64 front = CutRun(offset, target.pixelBytes, 1, target.size, &count);
+        for (i64 i = 0; i < count; ++i) target.data[offset + (front + i) * target.pixelBytes] = value;
+    }
 }
 
 void CopyPixels(const Block& source, const Block& target, const CopyPlan& plan, Form from, Form to) {
@@ -118,7 +130,14 @@ void CopyBitmapKQ(const KQBitmap* source, KQBitmap* target, i32 sourceX, i32 sou
         std::memmove(target->data, source->data, size_t(std::min(source->dataSize, target->dataSize)));
         return;
     }
-    if (source->depth == target->depth) kq::CopyRows(kq::BlockOf(*source), kq::BlockOf(*target), plan);
+    if (source->depth != target->depth) return;
+    kq::Block from = kq::BlockOf(*source), to = kq::BlockOf(*target);
+    kq::Form form = source->depth == 32 ? kq::Form::Argb : kq::Form::Byte;
+    // Within one bitmap the pixels move one by one, so that a row pushed to the right repeats its start.
+    if (kq::Overlap(from, to))
+        kq::CopyPixels(from, to, plan, form, form);
+    else
+        kq::CopyRows(from, to, plan);
 }
 
 void CopyBitmapKQ(const KQBitmap* source, KQNativeBitmap* target, i32 sourceX, i32 sourceY, i32 width, i32 height,

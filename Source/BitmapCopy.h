@@ -29,4 +29,7 @@ void CopyPixels(const Block& source, const Block& target, const CopyPlan& plan, 
 // The same for equal depths: rows as bytes, whatever they mean.
 void CopyRows(const Block& source, const Block& target, const CopyPlan& plan);
 
+// Sets the first byte of every pixel of `rect`, as far as it lies in the block's memory.
+void FillFirstBytes(const Block& target, const KQRectT<long>& rect, u8 value);
+
 }   // namespace kq

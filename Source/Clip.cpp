@@ -17,8 +17,6 @@
 #include "kq/frames.h"
 #include "kq/sequence.h"
 
-
-
 namespace {
 
 KQClipTrack* TrackOf(const KQClip* clip, i32 number) {

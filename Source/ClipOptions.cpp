@@ -114,9 +114,10 @@ void ClipOptionsKQ(KQClip* clip) {
         if (!clip->options) return;
     }
     module->ClipOptions(clip);
-    if (!clip->options) return;
+    KQClipOptions* chosen = kq::CopyOptions(clip->options);
+    if (!chosen) return;
     KQ_FREE(module->defaultOptions);
-    module->defaultOptions = kq::CopyOptions(clip->options);
+    module->defaultOptions = chosen;
 }
 
 void MakeDefaultClipNameKQ(KQClip* clip, const char* baseName, char* result) {

@@ -1,39 +1,64 @@
-// What stands on the plain file calls alone: big-endian integers and lines of text.
+// What needs no platform: the memory form of a file, big-endian integers and lines of text.
 #define KQ_MODULE "Source/DOS"
+#include <algorithm>
 #include <cstring>
 
+#include "Source/Alloc.h"
 #include "kq/environment.h"
 #include "kq/files.h"
+
+KQFileInfo* OpenFileinMemoryKQ(u8* block, i64 length, u32 permission) {
+    if (!block) return nullptr;
+    KQFileInfo* file = KQ_NEW(KQFileInfo);
+    if (!file) return nullptr;
+    file->Permission = permission;
+    file->MemStart = file->MemCursor = block;
+    file->MemEnd = block + std::max<i64>(length, 0);
+    KQEnv->Error = KQERR_NONE;
+    return file;
+}
 
 int FPutStringKQ(KQFileInfo* file, const char* text) {
     if (!file || !text) return 0;
     char* line = KQEnv->ScratchPath;
     size_t length = std::strlen(text);
-    if (length > sizeof KQEnv->ScratchPath - 3) return 0;
+    if (length > sizeof KQEnv->ScratchPath - 3) {
+        KQEnv->Error = KQERR_WRITE;
+        return 0;
+    }
     std::memmove(line, text, length);
     std::memcpy(line + length, "\r\n", 3);
     return WriteFileKQ(file, line, length + 2);
 }
 
-char* FGetStringKQ(KQFileInfo* file, char* buffer, u32 size) {
-    if (!file) return nullptr;
-    for (;;) {
-        u32 at = 0;
-        bool ended = false;
-        while (at < size && !ended) {
-            if (!ReadFileKQ(file, buffer + at, 1)) {
-                if (at == 0) return nullptr;
-                break;
-            }
-            char c = buffer[at];
-            if (c == '\r' || c == '\n' || c == 0)
-                ended = true;
-            else
-                ++at;
+namespace {
+
+// Reads one line, which may be empty; false at the end of the file. The NUL goes over a CR or LF; otherwise one place
+// behind the reading position, so that a line without such an end keeps one more byte of what the buffer held.
+bool ReadLine(KQFileInfo* file, char* buffer, u32 size) {
+    u32 at = 0;
+    for (; at < size; ++at) {
+        if (!ReadFileKQ(file, buffer + at, 1)) {
+            if (at == 0) return false;
+            break;
         }
-        buffer[ended ? at : at + 1] = 0;
-        if (buffer[0] != 0) break;
+        if (buffer[at] == '\r' || buffer[at] == '\n') {
+            buffer[at] = 0;
+            return true;
+        }
+        if (buffer[at] == 0) break;
     }
+    buffer[at + 1] = 0;
+    return true;
+}
+
+}   // namespace
+
+char* FGetStringKQ(KQFileInfo* file, char* buffer, u32 size) {
+    if (!file || size == 0) return nullptr;
+    do
+        if (!ReadLine(file, buffer, size)) return nullptr;
+    while (buffer[0] == 0);
     KQEnv->Error = KQERR_NONE;
     return buffer;
 }

@@ -59,6 +59,9 @@ void FreePlugin(KQPlugin* plugin) {
 bool Matches(u32 wanted, u32 code) { return wanted == code || wanted == KQ_ANYCODE; }
 
 constexpr KQFormatDesc* (*kBuiltIn[])() = {
+    kq::MakeFilmstripModule,
+    kq::MakeElectricImageModule,
+    kq::MakeVPBModule,
     kq::MakeRamClipModule,
 };
 

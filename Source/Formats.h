@@ -38,7 +38,10 @@ u32 FixedExportProperties(KQFormatDesc*, KQClip*) {
 }
 
 // The built-in modules, each in the source of its format. Null when out of memory.
+KQFormatDesc* MakeElectricImageModule();
+KQFormatDesc* MakeFilmstripModule();
 KQFormatDesc* MakeRamClipModule();
+KQFormatDesc* MakeVPBModule();
 
 // A copy of an option block, null for null. Null when out of memory.
 KQClipOptions* CopyOptions(const KQClipOptions* options);

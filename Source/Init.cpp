@@ -2,8 +2,6 @@
 #define KQ_MODULE "Source/Init"
 #include "kq/environment.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 #include "Source/Alloc.h"
@@ -17,17 +15,22 @@ KQEnvironment* KQEnv = nullptr;
 
 namespace {
 
-void ReleaseEnvironment() {
+// The catalogue of the tags, which is the application's. Kept here because the clone of the tags may have failed.
+KQStringTable* givenStrings = nullptr;
+
+// Returns null, which a failed start passes on.
+KQEnvironment* ReleaseEnvironment() {
+    kq::ReleaseMemoryChunks();
     pal::BlockFree(KQEnv, sizeof(KQEnvironment));
     KQEnv = nullptr;
+    return nullptr;
 }
 
-// Undoes steps 1 to 4: what every failed start gives back.
+// What every failed start gives back. The rest of what it took goes with the environment's memory.
 KQEnvironment* StartFailed() {
     KQ_FREE(KQEnv->GUI);
     kq::FreeMouseQueue();
-    ReleaseEnvironment();
-    return nullptr;
+    return ReleaseEnvironment();
 }
 
 int AllocateEnvironment() {
@@ -80,12 +83,13 @@ void FillByteTables() {
 
 void FindProgramFolder() {
     char* path = KQEnv->ScratchPath;
-    pal::ProgramPath(path, sizeof KQEnv->ScratchPath - 1);
     char separator[2] = {pal::Separator(), 0};
+    pal::ProgramPath(path, sizeof KQEnv->ScratchPath);
     char* last = std::strrchr(path, separator[0]);
     if (last) *last = 0;
     size_t length = std::strlen(path);
-    if (length == 0 || path[length - 1] != separator[0]) std::strcat(path, separator);
+    bool ends = length > 0 && path[length - 1] == separator[0];
+    if (!ends && length + 1 < sizeof KQEnv->ScratchPath) std::strcat(path, separator);
     KQEnv->AppDir = MakeFileSpecKQ(path);
 }
 
@@ -98,11 +102,53 @@ int CopyName(char** copy, const char* name) {
     return *copy != nullptr;
 }
 
-// A failed copy of the key file's or the catalogue's name.
+// A failed copy of the key file's or the catalogue's name. Services that run by then live in the environment's memory
+// and must not outlive it.
 KQEnvironment* NameFailed() {
+    if (KQEnv->QuickTimePresent) kq::StopMovieLayer();
+    kq::StopTaskPool();
+    kq::FreeMemoryLock();
+    kq::StopNativeLayer();
     KQ_FREE(KQEnv->PrefsName);
     Free_List(&KQEnv->PrefsSections);
     return StartFailed();
+}
+
+void SetPlainFields(void (*callback)(KQEvent*), void* instance, TagItem* tags) {
+    MakeLists();
+    KQEnv->Callback = callback;
+    KQEnv->Tags = CloneTagItems(tags);   // a start without a clone goes on
+    KQEnv->EraseDocuments = 1;
+    KQEnv->EraseTools = 1;
+    KQEnv->RawCharMode = 0;
+    SetGUIDefaults(KQEnv->GUI);
+    KQEnv->Instance = instance;
+    FillByteTables();
+}
+
+void StartServices() {
+    KQEnv->Processors = pal::ProcessorCount();
+    kq::StartTaskPool();
+    kq::CreateMemoryLock();
+    KQEnv->QuickTimePresent = 0;
+    kq::StartMovieLayer();
+}
+
+// The catalogue and the key table. A catalogue of the tags serves where no file gave one.
+void LoadTexts(TagItem* tags) {
+    if (KQEnv->StringFileName) kq::LoadStringCatalogue();
+    TagItem* strings = FindTagItem(KQTAG_InitStrings, tags);
+    givenStrings = strings ? reinterpret_cast<KQStringTable*>(strings->Data) : nullptr;
+    if (!KQEnv->Strings) KQEnv->Strings = givenStrings;
+    kq::IndexStrings();
+    if (TagItem* given = FindTagItem(KQTAG_InitKeySections, tags)) {
+        KQEnv->KeySections = reinterpret_cast<KQKeySection*>(given->Data);
+        kq::ParseKeyFile();
+    }
+}
+
+void LetGoOfGivenStrings() {
+    if (KQEnv->Strings == givenStrings) KQEnv->Strings = nullptr;
 }
 
 }   // namespace
@@ -110,26 +156,14 @@ KQEnvironment* NameFailed() {
 KQEnvironment* InitKQ(void (*callback)(KQEvent*), const char* prefs, const char* keys, const char* strings,
                       void* instance, TagItem* tags) {
     if (!AllocateEnvironment()) return nullptr;
-    NewList(&KQEnv->MemoryChunks);
+    NewList(&KQEnv->MemoryChunks);   // first: the next line already allocates
     KQEnv->GUI = KQ_NEW(KQGUIInfo);
-    if (!KQEnv->GUI) {
-        ReleaseEnvironment();
-        return nullptr;
-    }
+    if (!KQEnv->GUI) return ReleaseEnvironment();
     if (!kq::CreateMouseQueue()) {
         KQ_FREE(KQEnv->GUI);
-        ReleaseEnvironment();
-        return nullptr;
+        return ReleaseEnvironment();
     }
-    MakeLists();
-    KQEnv->Callback = callback;
-    KQEnv->Tags = CloneTagItems(tags);
-    KQEnv->EraseDocuments = 1;
-    KQEnv->EraseTools = 1;
-    KQEnv->RawCharMode = 0;
-    SetGUIDefaults(KQEnv->GUI);
-    KQEnv->Instance = instance;
-    FillByteTables();
+    SetPlainFields(callback, instance, tags);
     FindProgramFolder();
     if (prefs) {
         if (!CopyName(&KQEnv->PrefsName, prefs)) return StartFailed();
@@ -138,21 +172,10 @@ KQEnvironment* InitKQ(void (*callback)(KQEvent*), const char* prefs, const char*
     KQEnv->NoMDI = FindTagItem(KQTAG_InitNoMDI, tags) != nullptr;
     KQEnv->MDI = !KQEnv->NoMDI;
     if (!kq::StartNativeLayer(tags)) return StartFailed();
-    KQEnv->Processors = pal::ProcessorCount();
-    kq::StartTaskPool();
-    kq::CreateMemoryLock();
-    KQEnv->QuickTimePresent = 0;
-    kq::StartMovieLayer();
+    StartServices();
     if (!CopyName(&KQEnv->KeyFileName, keys)) return NameFailed();
     if (!CopyName(&KQEnv->StringFileName, strings)) return NameFailed();
-    if (strings) kq::LoadStringCatalogue();
-    if (!KQEnv->Strings)
-        if (TagItem* given = FindTagItem(KQTAG_InitStrings, tags))
-            KQEnv->Strings = reinterpret_cast<KQStringTable*>(given->Data);
-    if (TagItem* given = FindTagItem(KQTAG_InitKeySections, tags)) {
-        KQEnv->KeySections = reinterpret_cast<KQKeySection*>(given->Data);
-        kq::ParseKeyFile();
-    }
+    LoadTexts(tags);
     return KQEnv;
 }
 
@@ -164,13 +187,9 @@ void CleanUpKQ() {
     kq::FreeMemoryLock();
     kq::StopNativeLayer();
     kq::CloseAllClips();
-    TagItem* given = FindTagItem(KQTAG_InitStrings, KQEnv->Tags);
-    if (given && KQEnv->Strings == reinterpret_cast<KQStringTable*>(given->Data)) KQEnv->Strings = nullptr;
+    LetGoOfGivenStrings();
     CleanUpWindowsKQ();
-    while (Node* node = RemHead(&KQEnv->PseudoWindowList)) {
-        KQ_FREE(node->Name);
-        KQ_FREE(node);
-    }
+    kq::FreePseudoWindows();
     kq::ClearMenuBar();
     kq::FreeMouseQueue();
     kq::FreeKeyTable();

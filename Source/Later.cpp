@@ -7,18 +7,13 @@ void ReadWindowPreferences() {}
 
 void StoreWindowPreferences() {}
 
+void FreePseudoWindows() {}
+
+void PostQuitMessage(u32) {}
+
 void StartMovieLayer() {}
 
 void StopMovieLayer() {}
 
-void LoadStringCatalogue() {}
-
-void FreeStringCatalogue() {}
-
-void ParseKeyFile() {}
-
-void FreeKeyTable() {}
-
-void ReportLeaks() {}
 
 }   // namespace kq

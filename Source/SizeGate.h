@@ -16,12 +16,23 @@ constexpr bool SizeFits(i64 width, i64 height, i64 depth) {
     return row <= 0x7FFFFFFF && (height == 0 || row <= 0x7FFFFFFF / height);
 }
 
+// Frames up to this size are taken at a file's word even where the file is cut short; larger ones only when the file is
+// long enough to hold one.
+inline constexpr i64 kTrustedFramePixels = i64(1) << 24;
+
 // Whether a file of `fileLength` bytes can justify `frames` frames of width x height pixels that take at least
 // `frameBytes` bytes each in the file (0: unknown, the frames' size alone is looked at).
 constexpr bool FileClaimIsSane(i64 width, i64 height, i64 frames, i64 frameBytes, i64 fileLength) {
     if (width <= 0 || height <= 0 || frames < 0 || frameBytes < 0) return false;
     if (width > 32767 || height > 32767 || width * height > kMostFramePixels) return false;
     return frameBytes == 0 || frames <= fileLength / frameBytes;
+}
+
+// Whether a file of `fileLength` bytes may claim frames of width x height pixels, one of which takes at least
+// `leastBytes` bytes when it is whole.
+constexpr bool FrameClaimIsSane(i64 width, i64 height, i64 leastBytes, i64 fileLength) {
+    if (!FileClaimIsSane(width, height, 1, 0, fileLength)) return false;
+    return width * height <= kTrustedFramePixels || leastBytes <= fileLength;
 }
 
 }   // namespace kq

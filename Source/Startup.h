@@ -17,6 +17,10 @@ void FreeMouseQueue();
 void ReadWindowPreferences();
 void StoreWindowPreferences();
 
+// DisplayPalette.cpp: the drawing service and the palette of an 8-bit display.
+void StartDisplay();
+void StopDisplay();
+
 // Pcwin.cpp: component model, window classes, fonts, brushes, top window, timer. Without a screen: the command line
 // and the metrics alone.
 int StartNativeLayer(TagItem* tags);
@@ -25,6 +29,12 @@ void ShowCursor();   // shows the pointer that Cursor names
 void CloseAllWindows();
 void CloseHelpSystem();
 void ClearMenuBar();
+
+// Pseudos.cpp
+void FreePseudoWindows();
+
+// Pcevent.cpp: the platform's quit message, with its code.
+void PostQuitMessage(u32 code);
 
 // Threads.cpp
 void StartTaskPool();
@@ -38,6 +48,7 @@ void StopMovieLayer();
 
 // Locale.cpp: loads StringFileName into Strings.
 void LoadStringCatalogue();
+void IndexStrings();   // makes the look-ups in Strings fast, wherever they came from
 void FreeStringCatalogue();
 
 // Keyfile.cpp: parses KeyFileName into KeyTable.
@@ -49,7 +60,10 @@ void CloseAllClips();
 void RemoveScratchFolder();
 void FreeFormatModules();
 
-// Memory.cpp: the leak report, then every chunk goes back to the platform.
+// Memory.cpp: the leak report; the chunks in it go back to the platform.
 void ReportLeaks();
+
+// Memory.cpp: gives back, without a word, the chunks that a failed start leaves.
+void ReleaseMemoryChunks();
 
 }   // namespace kq

@@ -44,11 +44,13 @@ kqcString& kqcString::operator=(const char* text) {
     return *this;
 }
 
-int kqcString::operator==(const kqcString& other) const { return *this == other.buffer_; }
+int kqcString::operator==(const kqcString& other) const {
+    return *this == static_cast<const char*>(other.buffer_ ? other.buffer_ : null_);
+}
 
-int kqcString::operator==(char* text) const { return std::strcmp(buffer_, text) == 0; }
+int kqcString::operator==(char* text) const { return *this == static_cast<const char*>(text); }
 
-int kqcString::operator==(const char* text) const { return std::strcmp(buffer_, text) == 0; }
+int kqcString::operator==(const char* text) const { return std::strcmp(buffer_ ? buffer_ : null_, text) == 0; }
 
 kqcString& kqcString::operator+=(const kqcString& other) {
     const char* right = other.buffer_ ? other.buffer_ : null_;

@@ -15,7 +15,21 @@ if(WIN32)
   add_compile_definitions(UNICODE _UNICODE _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
 endif()
 
+# Compiled again only what changed, across trees, where ccache is there.
+find_program(KQ_CCACHE ccache)
+if(KQ_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KQ_CCACHE})
+endif()
+
 # Where the tree's own library is found: beside the program.
 if(NOT WIN32)
   set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 endif()
+
+# kq_module(name file...): a format module in a file of its own, bin/modules/name.ifm.
+function(kq_module name)
+  add_library(${name} MODULE ${ARGN})
+  target_link_libraries(${name} PRIVATE KQLib)
+  set_target_properties(${name} PROPERTIES
+    PREFIX "" SUFFIX ".ifm" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/modules)
+endfunction()

@@ -38,8 +38,15 @@ enum class Origin { Start, Current, End };
 // Moves the position, which may lie behind the end. Returns the new position, or -1.
 i64 FileSeek(File* file, i64 offset, Origin origin);
 
+// Reads up to `count` bytes from `offset` on, fewer only at the end of the file. Returns the bytes read, or -1. The
+// position afterwards is undefined.
+i64 FileReadAt(File* file, i64 offset, void* buffer, size_t count);
+
 // The length in bytes, or -1.
 i64 FileLength(File* file);
+
+// Cuts the file to `length` bytes; false on failure. The position afterwards is undefined.
+bool FileCut(File* file, i64 length);
 
 // Puts what was written on the medium; false on failure.
 bool FileFlush(File* file);

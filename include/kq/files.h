@@ -1,7 +1,8 @@
 // Files: disk files and blocks of memory behind one handle, with big-endian integers and lines of text.
 //
-// Each operation but the seek leaves its code in `Error`: a pessimistic one before it tries, 0 when it has succeeded
-// (CreateFileKQ alone leaves KQERR_CREATE even on success), the platform's reason when that is known. A null handle
+// Creating, opening, reading and writing leave their code in `Error`: a pessimistic one before they try, 0 when they
+// have succeeded (CreateFileKQ alone leaves KQERR_CREATE even on success), the platform's reason when that is known.
+// The other calls but the seek write `Error` only when they fail and the platform gives a known reason. A null handle
 // gives 0 or null at once and leaves `Error` alone. There is no buffering: each call is one call of the platform. A
 // handle belongs to one thread at a time.
 #pragma once
@@ -37,7 +38,8 @@ KQ_API KQFileInfo* CreateFileKQ(const char* name, u32 permission, u32 type, u32 
 // Opens the existing file `name`. Null on failure or for a null name.
 KQ_API KQFileInfo* OpenFileKQ(const char* name, u32 permission);
 
-// Reads and writes `length` bytes at `block`, which stays the caller's and never grows. Null for a null block.
+// Reads and writes `length` bytes at `block`, which stays the caller's and never grows. Null for a null block; a length
+// below 0 counts as 0.
 KQ_API KQFileInfo* OpenFileinMemoryKQ(u8* block, i64 length, u32 permission);
 
 // Closes and frees the handle; null is ignored. Returns non-zero when the platform closed the file without a fault: a
@@ -68,15 +70,15 @@ KQ_API int FileExistsKQ(const char* name);
 KQ_API int CreateDirKQ(const char* name);
 
 // Deletes the folder `name` with all that is in it; non-zero when the folder itself could be removed. A link to a
-// folder is removed, not followed. A null name gives 1.
+// folder is removed, not followed. A null name gives 1, and so does a lack of memory; an empty name gives 0.
 KQ_API int DeleteDirKQ(const char* name);
 
 // Writes `text` (at most 253 bytes) and CR LF in one write; non-zero on success.
 KQ_API int FPutStringKQ(KQFileInfo* file, const char* text);
 
-// Reads a line without its end, skipping empty lines; null at the end of the file. `size` must leave two bytes of the
-// buffer to spare, and the caller clears the buffer first: a line that ends with the file, or is cut by `size`, is
-// followed by one byte of what the buffer held before its NUL.
+// Reads a line without its end (CR, LF or NUL), skipping empty lines; null at the end of the file. `size` must leave
+// two bytes of the buffer to spare, and the caller clears the buffer first: a line that ends with the file, or is cut
+// by `size`, is followed by one byte of what the buffer held before its NUL.
 KQ_API char* FGetStringKQ(KQFileInfo* file, char* buffer, u32 size);
 
 // Write 4 or 2 bytes, most significant first; non-zero on success.

@@ -17,6 +17,13 @@
 #define KQ_API __attribute__((visibility("default")))
 #endif
 
+// Marks what a plug-in file exports by its plain name, as the entry of a format module.
+#if defined(_WIN32)
+#define KQ_EXPORT extern "C" __declspec(dllexport)
+#else
+#define KQ_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
+
 // Marks a call that formats like printf, so that the compiler checks its arguments. `text` and `first` are the
 // 1-based positions of the format and of the first argument.
 #if defined(__MINGW32__)

@@ -34,7 +34,7 @@ T Failed(T result) {
 
 int Flags(Access access) {
     switch (access) {
-    case Access::Read: return O_RDONLY;
+    case Access::Read: return O_RDONLY | O_NONBLOCK;   // a pipe that nobody writes to is empty, not a wait without end
     case Access::Write: return O_WRONLY;
     case Access::ReadWrite: return O_RDWR;
     }
@@ -43,8 +43,7 @@ int Flags(Access access) {
 
 File* OpenDescriptor(const char* path, int flags) {
     int descriptor;
-    do
-        descriptor = open(path, flags | O_CLOEXEC, 0666);
+    do descriptor = open(path, flags | O_CLOEXEC, 0666);
     while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) return Failed<File*>(nullptr);
     struct stat status;
@@ -67,9 +66,7 @@ File* OpenDescriptor(const char* path, int flags) {
 
 File* FileOpen(const char* path, Access access) { return OpenDescriptor(path, Flags(access)); }
 
-File* FileCreate(const char* path, Access access) {
-    return OpenDescriptor(path, Flags(access) | O_CREAT | O_TRUNC);
-}
+File* FileCreate(const char* path, Access access) { return OpenDescriptor(path, Flags(access) | O_CREAT | O_TRUNC); }
 
 bool FileClose(File* file) {
     int result = close(file->descriptor);
@@ -115,10 +112,31 @@ i64 FileSeek(File* file, i64 offset, Origin origin) {
     return at < 0 ? Failed<i64>(-1) : i64(at);
 }
 
+i64 FileReadAt(File* file, i64 offset, void* buffer, size_t count) {
+    u8* at = static_cast<u8*>(buffer);
+    size_t done = 0;
+    while (done < count) {
+        ssize_t got = pread(file->descriptor, at + done, count - done, off_t(offset + i64(done)));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return done == 0 ? Failed<i64>(-1) : i64(done);
+        if (got == 0) break;
+        done += size_t(got);
+    }
+    return i64(done);
+}
+
 i64 FileLength(File* file) {
     struct stat status;
     if (fstat(file->descriptor, &status) != 0) return Failed<i64>(-1);
     return i64(status.st_size);
+}
+
+bool FileCut(File* file, i64 length) {
+    int result;
+    do
+        result = ftruncate(file->descriptor, off_t(length));
+    while (result != 0 && errno == EINTR);
+    return result == 0 || Failed(false);
 }
 
 bool FileFlush(File* file) { return fsync(file->descriptor) == 0 || Failed(false); }
@@ -188,6 +206,7 @@ u32 FileError() {
     case EDQUOT:
     case EFBIG: return KQERR_DISKFULL;
     case EACCES:
+    case EBADF:   // a transfer that the file was not opened for
     case EPERM:
     case EBUSY:
     case ETXTBSY:

@@ -107,10 +107,35 @@ i64 FileSeek(File* file, i64 offset, Origin origin) {
     return position.QuadPart;
 }
 
+i64 FileReadAt(File* file, i64 offset, void* buffer, size_t count) {
+    u8* at = static_cast<u8*>(buffer);
+    size_t done = 0;
+    while (done < count) {
+        size_t left = count - done;
+        u64 from = u64(offset) + done;
+        OVERLAPPED place = {};
+        place.Offset = DWORD(from);
+        place.OffsetHigh = DWORD(from >> 32);
+        DWORD got = 0;
+        if (!ReadFile(file->handle, at + done, DWORD(left < kPiece ? left : kPiece), &got, &place)) {
+            if (GetLastError() == ERROR_HANDLE_EOF) break;
+            return done == 0 ? Failed<i64>(-1) : i64(done);
+        }
+        if (got == 0) break;
+        done += got;
+    }
+    return i64(done);
+}
+
 i64 FileLength(File* file) {
     LARGE_INTEGER length;
     if (!GetFileSizeEx(file->handle, &length)) return Failed<i64>(-1);
     return length.QuadPart;
+}
+
+bool FileCut(File* file, i64 length) {
+    if (FileSeek(file, length, Origin::Start) < 0) return false;
+    return SetEndOfFile(file->handle) || Failed(false);
 }
 
 bool FileFlush(File* file) { return FlushFileBuffers(file->handle) || Failed(false); }

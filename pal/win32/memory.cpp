@@ -2,27 +2,48 @@
 #include "pal/memory.h"
 
 #include <atomic>
+#include <cstdlib>
 
 #include <windows.h>
+
+#include "pal/blockcache.h"
+#include "pal/win32/wide.h"
 
 namespace pal {
 
 namespace {
 
 std::atomic<i64> blocksOut{0};
+BlockCache cache;
+
+struct Shared {
+    HANDLE mapping;
+    void* view;
+};
+
+HANDLE MakeMapping(const char* name, size_t bytes) {
+    DWORD high = DWORD(u64(bytes) >> 32), low = DWORD(bytes);
+    if (!name) return CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, high, low, nullptr);
+    Wide wide(name);
+    if (!wide) return nullptr;
+    return CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, high, low, wide.Get());
+}
 
 }   // namespace
 
 void* BlockAlloc(size_t bytes) {
-    void* block = VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    size_t length = BlockCache::Round(bytes);
+    if (length < bytes) return nullptr;
+    void* block = length == BlockCache::kBytes ? cache.Take() : nullptr;
+    if (!block) block = VirtualAlloc(nullptr, length, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
     if (block) ++blocksOut;
     return block;
 }
 
-void BlockFree(void* block, size_t) {
+void BlockFree(void* block, size_t bytes) {
     if (!block) return;
     --blocksOut;
-    VirtualFree(block, 0, MEM_RELEASE);
+    if (BlockCache::Round(bytes) != BlockCache::kBytes || !cache.Keep(block)) VirtualFree(block, 0, MEM_RELEASE);
 }
 
 i64 BlocksOut() { return blocksOut; }
@@ -39,8 +60,27 @@ bool MemoryQuery(MemoryStatus* status) {
     return true;
 }
 
-void* SharedOpen(const char*, size_t, void**) { return nullptr; }
+void* SharedOpen(const char* name, size_t bytes, void** view) {
+    auto* shared = static_cast<Shared*>(std::calloc(1, sizeof(Shared)));
+    if (!shared) return nullptr;
+    if (bytes == 0) bytes = 1;
+    shared->mapping = MakeMapping(name, bytes);
+    if (shared->mapping) shared->view = MapViewOfFile(shared->mapping, FILE_MAP_ALL_ACCESS, 0, 0, bytes);
+    if (!shared->view) {
+        // A mapping that cannot be viewed stays open: its name is taken as long as this process lives.
+        std::free(shared);
+        return nullptr;
+    }
+    *view = shared->view;
+    return shared;
+}
 
-void SharedClose(void*) {}
+void SharedClose(void* handle) {
+    auto* shared = static_cast<Shared*>(handle);
+    if (!shared) return;
+    UnmapViewOfFile(shared->view);
+    CloseHandle(shared->mapping);
+    std::free(shared);
+}
 
 }   // namespace pal

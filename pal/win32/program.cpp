@@ -12,8 +12,13 @@ namespace pal {
 
 void ProgramPath(char* buffer, size_t size) {
     wchar_t path[1024];
+    char narrow[3 * 1024];
     DWORD length = GetModuleFileNameW(nullptr, path, 1024);
-    if (length == 0 || length >= 1024 || !Narrow(path, buffer, size)) buffer[0] = 0;
+    if (length == 0 || length >= 1024 || !Narrow(path, narrow, sizeof narrow)) narrow[0] = 0;
+    size_t count = std::strlen(narrow);
+    if (count >= size) count = size - 1;
+    std::memcpy(buffer, narrow, count);
+    buffer[count] = 0;
 }
 
 i32 ProcessorCount() {

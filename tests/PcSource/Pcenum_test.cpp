@@ -71,6 +71,24 @@ protected:
         return !error;
     }
 
+    // Makes a shell link that holds its target's path alone.
+    void ShellLink(const std::string& target, const std::string& name) {
+        std::string path = (fs::path(Root()) / target).make_preferred().string();
+        std::string link(76, 0);
+        link[0] = 76;
+        link.replace(4, 16, std::string("\x01\x14\x02\0\0\0\0\0\xC0\0\0\0\0\0\0\x46", 16));
+        link[20] = 2;   // a location follows
+        link[60] = 1;   // shown as usual
+        std::string volume("\x11\0\0\0\3\0\0\0\0\0\0\0\x10\0\0\0\0", 17);
+        size_t pathAt = 28 + volume.size(), suffixAt = pathAt + path.size() + 1;
+        for (size_t word : {suffixAt + 1, size_t(28), size_t(1), size_t(28), pathAt, size_t(0), suffixAt})
+            for (int shift = 0; shift < 32; shift += 8) link += char(word >> shift);
+        link += volume + path + '\0' + '\0';
+        link += std::string(4, 0);
+        fs::create_directories(fs::path(Root() + name).parent_path());
+        kqtest::WriteWholeFile(Root() + name, link);
+    }
+
     int calls = 0;
 };
 
@@ -149,6 +167,47 @@ TEST_F(Pcenum, NameWithLnkThatIsNoShortcutIsSkippedInAnyCase) {
     EXPECT_EQ(Walk({Root()}, 1), expected);
 }
 
+TEST_F(Pcenum, ShellLinkToAFileGivesTheTargetsPathAndItsOwnTypeCode) {
+    if (pal::SlashPaths()) GTEST_SKIP() << "this host has no shell links";
+    Touch("store/data.tga");
+    ShellLink("store/data.tga", "in/frame.mov.lnk");
+    ShellLink("store/data.tga", "in/other.LNK");
+    Found found = Walk({Root() + "in"}, 0);
+    EXPECT_EQ(found, (Found{{Root() + "store/data.tga", "LNK "}}));
+    EXPECT_EQ(calls, 2);
+}
+
+TEST_F(Pcenum, ShellLinkToAFolderIsEnteredWhenRecursiveAlone) {
+    if (pal::SlashPaths()) GTEST_SKIP() << "this host has no shell links";
+    Touch("store/a.tga");
+    ShellLink("store", "in/link.lnk");
+    Found expected = {{Root() + "store/a.tga", "TGA "}};
+    EXPECT_EQ(Walk({Root() + "in"}, 1), expected);
+    EXPECT_EQ(Walk({Root() + "in"}, 0), Found());
+}
+
+TEST_F(Pcenum, ShellLinkToAFolderWhoseNameBeginsWithABraceIsSkipped) {
+    if (pal::SlashPaths()) GTEST_SKIP() << "this host has no shell links";
+    Touch("store/a.tga");
+    ShellLink("store", "in/{link}.lnk");
+    EXPECT_EQ(Walk({Root() + "in"}, 1), Found());
+}
+
+TEST_F(Pcenum, DanglingShellLinkIsSkipped) {
+    if (pal::SlashPaths()) GTEST_SKIP() << "this host has no shell links";
+    ShellLink("gone.tga", "in/link.lnk");
+    EXPECT_EQ(Walk({Root() + "in"}, 1), Found());
+}
+
+TEST_F(Pcenum, LoopOfShellLinksEndsAndGivesEachFileOnce) {
+    if (pal::SlashPaths()) GTEST_SKIP() << "this host has no shell links";
+    Touch("a/b/file.tga");
+    ShellLink("a", "a/b/up.lnk");
+    ShellLink("a/b", "a/down.lnk");
+    EXPECT_EQ(Walk({Root() + "a/b"}, 1), (Found{{Root() + "a/b/file.tga", "TGA "}}));
+    EXPECT_EQ(calls, 1);
+}
+
 TEST_F(Pcenum, LinkToAFileGivesTheTargetsPathAndItsOwnTypeCode) {
     Touch("store/data.bin");
     fs::create_directory(Root() + "in");
@@ -192,6 +251,14 @@ TEST_F(Pcenum, LoopOfFolderLinksEndsAndGivesEachFileOnce) {
     Found expected = {{Root() + "a/b/file.tga", "TGA "}};
     EXPECT_EQ(Walk({Root()}, 1), expected);
     EXPECT_EQ(calls, 1);
+}
+
+TEST_F(Pcenum, LinkToTheParentOfTheWalkedFolderDoesNotLeadBackIntoIt) {
+    Touch("a/b/file.tga");
+    Touch("a/side.tga");
+    if (!Link(Root() + "a", "a/b/up", true)) GTEST_SKIP() << "no symbolic links on this host";
+    EXPECT_EQ(Walk({Root() + "a/b"}, 1), (Found{{Root() + "a/b/file.tga", "TGA "}, {Root() + "a/side.tga", "TGA "}}));
+    EXPECT_EQ(calls, 2);
 }
 
 TEST_F(Pcenum, WebOfFolderLinksIsWalkedInBoundedTime) {

@@ -23,9 +23,7 @@ std::vector<int> Columns(i32 from, KQRectT<long> rect, i32 width) {
 
 TEST_F(Scale, FourToTwoTakesColumns0And2) { EXPECT_EQ(Columns(4, {0, 0, 2, 1}, 2), (std::vector<int>{0, 2})); }
 
-TEST_F(Scale, TwoToFourTakesEachColumnTwice) {
-    EXPECT_EQ(Columns(2, {0, 0, 4, 1}, 4), (std::vector<int>{0, 0, 1, 1}));
-}
+TEST_F(Scale, TwoToFourTakesEachColumnTwice) { EXPECT_EQ(Columns(2, {0, 0, 4, 1}, 4), (std::vector<int>{0, 0, 1, 1})); }
 
 TEST_F(Scale, ThreeToTwoTakesColumns0And1) { EXPECT_EQ(Columns(3, {0, 0, 2, 1}, 2), (std::vector<int>{0, 1})); }
 

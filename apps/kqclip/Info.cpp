@@ -1,0 +1,91 @@
+// kqclip info and formats: what is in a clip, and what can be read and written.
+#include <cstdio>
+
+#include "apps/kqclip/Commands.h"
+
+namespace kqclip {
+
+namespace {
+
+void PrintRow(const char* name, const std::string& value) { std::printf("%-14s%s\n", name, value.c_str()); }
+
+std::string Decimal(double value, const char* format) {
+    char text[64];
+    std::snprintf(text, sizeof text, format, value);
+    return text;
+}
+
+std::string AlphaText(const Json& alpha) {
+    std::string text = alpha["mode"];
+    if (alpha["inverted"]) text += ", inverted";
+    if (text.rfind("premultiplied", 0) == 0) {
+        char matte[64];
+        std::snprintf(matte, sizeof matte, " against %02x%02x%02x", int(alpha["matte"][0].get<double>() * 255.0 + 0.5),
+                      int(alpha["matte"][1].get<double>() * 255.0 + 0.5),
+                      int(alpha["matte"][2].get<double>() * 255.0 + 0.5));
+        text += matte;
+    }
+    return text + " (" + alpha["source"].get<std::string>() + ")";
+}
+
+void PrintFacts(const Json& clip) {
+    PrintRow("file:", clip.contains("name") ? clip["name"].get<std::string>() : clip["path"].get<std::string>());
+    PrintRow("format:", clip["format"]);
+    PrintRow("size:", std::to_string(clip["width"].get<int>()) + " x " + std::to_string(clip["height"].get<int>()) +
+                          " pixels");
+    PrintRow("depth:", std::to_string(clip["depth"].get<int>()) + " bits a pixel");
+    PrintRow("alpha:", AlphaText(clip["alpha"]));
+    PrintRow("frames:", std::to_string(clip["frames"].get<int>()));
+    if (clip["sequence"]) {
+        PrintRow("numbers:", clip["numbers"]["present"]);
+        if (clip["numbers"]["missing"] != "") PrintRow("missing:", clip["numbers"]["missing"]);
+    }
+    PrintRow("rate:", Decimal(clip["rate"], "%.6g frames a second"));
+    PrintRow("length:", Decimal(clip["seconds"], "%.3f seconds"));
+    PrintRow("pixel aspect:", Decimal(clip["pixelAspect"], "%.6g"));
+    if (clip["fields"] != 0) PrintRow("fields:", std::to_string(clip["fields"].get<int>()));
+    if (clip["pulldown"] != 0) PrintRow("pull-down:", "phase " + std::to_string(clip["pulldown"].get<int>()));
+}
+
+std::string ExtensionText(u32 code) {
+    std::string text;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        if (char c = char(code >> shift & 255)) text += c;
+    return text;
+}
+
+}   // namespace
+
+void Info(const CommonOptions& common, const InputOptions& input, Report& report) {
+    Material material(input);
+    report.facts["input"] = material.Describe();
+    if (material.Numbers().empty()) throw Failure("no-frames", "'" + input.path + "' holds no frames");
+    material.Plan(report, true);
+    if (!common.json) PrintFacts(report.facts["input"]);
+}
+
+void Formats(const CommonOptions& common, Report& report) {
+    Json modules = Json::array();
+    for (KQFormatDesc* module : Modules()) {
+        u32 reads = GetImportPropertiesKQ(module);
+        if (reads & KQFORMAT_HIDDEN) continue;
+        Json extensions = Json::array();
+        for (i32 i = 0; i < module->importExtCount; ++i) extensions.push_back(ExtensionText(module->importExts[i]));
+        modules.push_back({{"name", module->node.Name ? module->node.Name : ""},
+                           {"extensions", extensions},
+                           {"reads", (reads & KQFORMAT_READS) != 0},
+                           {"writes", (reads & KQFORMAT_WRITES) != 0},
+                           {"files", reads & KQFORMAT_MULTIFRAME ? "one file a clip" : "one file a frame"}});
+    }
+    report.facts["formats"] = modules;
+    if (common.json) return;
+    for (const Json& module : modules) {
+        std::string extensions;
+        for (const Json& extension : module["extensions"]) extensions += " ." + extension.get<std::string>();
+        std::printf("%-20s %-6s %-7s %-17s%s\n", module["name"].get<std::string>().c_str(),
+                    module["reads"] ? "reads" : "", module["writes"] ? "writes" : "",
+                    module["files"].get<std::string>().c_str(), extensions.c_str());
+    }
+}
+
+}   // namespace kqclip

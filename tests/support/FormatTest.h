@@ -1,0 +1,118 @@
+// The fixture of format modules: a module of one format, a clip that it serves and a file in the test's folder. The
+// slots are called as the clip layer calls them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Source/Formats.h"
+#include "kq/bitmap.h"
+#include "kq/clip.h"
+#include "support/Fixture.h"
+
+namespace kqtest {
+
+using Bytes = std::vector<u8>;
+
+// Appends big-endian words and text.
+inline void Put16(Bytes& bytes, u16 value) {
+    bytes.push_back(u8(value >> 8));
+    bytes.push_back(u8(value));
+}
+
+inline void Put32(Bytes& bytes, u32 value) {
+    Put16(bytes, u16(value >> 16));
+    Put16(bytes, u16(value));
+}
+
+inline void PutText(Bytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
+
+class FormatTest : public KQTest {
+protected:
+    FormatTest(KQFormatDesc* (*make)(), const char* name) : make_(make), name_(name) {}
+
+    void SetUp() override {
+        KQTest::SetUp();
+        path = Folder() + name_;
+        module = make_();
+        ASSERT_NE(module, nullptr);
+        clip = NewClip(path);
+    }
+
+    void TearDown() override {
+        FreeClip(clip);
+        kq::FreeFormatModule(module);
+        KQTest::TearDown();
+    }
+
+    // A clip of the module for `file`, with the defaults that an opened clip starts from.
+    KQClip* NewClip(const std::string& file) {
+        auto made = static_cast<KQClip*>(AllocMemoryKQ(sizeof(KQClip), KQMEM_Clear));
+        made->format = module;
+        made->fileSpec = static_cast<char*>(AllocMemoryKQ(file.size() + 1, 0));
+        memcpy(made->fileSpec, file.c_str(), file.size() + 1);
+        made->sourceRate = 30.0;
+        made->alphaMode = 2;
+        made->backgroundColor = 0xFF000000;
+        return made;
+    }
+
+    void FreeClip(KQClip* which) {
+        if (!which) return;
+        module->Close(which);
+        FreeMemoryKQ(which->fileSpec);
+        FreeMemoryKQ(which->options);
+        FreeMemoryKQ(which);
+    }
+
+    void Write(const Bytes& bytes) { WriteWholeFile(path, bytes.data(), bytes.size()); }
+
+    Bytes Read() const { return ReadWholeFile(path); }
+
+    bool Open() { return module->Open(clip, nullptr) != 0; }
+
+    // The pixels of source frame `frame`, over bytes of 0xA5; empty when the module fails.
+    Bytes Frame(i32 frame) { return FrameOf(clip, frame); }
+
+    Bytes FrameOf(KQClip* from, i32 frame) {
+        KQBitmap* bitmap = AllocBitmapKQ(from->width, from->height, 32);
+        memset(bitmap->data, 0xA5, size_t(bitmap->dataSize));
+        i32 done = module->GetFrame(from, bitmap, frame, nullptr, from->width, from->height, 0);
+        Bytes pixels;
+        if (done) pixels.assign(bitmap->data, bitmap->data + bitmap->dataSize);
+        FreeBitmapKQ(bitmap);
+        return pixels;
+    }
+
+    // Begins writing a clip of this size.
+    bool Create(i32 width, i32 height) {
+        clip->width = width;
+        clip->height = height;
+        if (!module->Create(clip, 0)) return false;
+        clip->sourceFrames = 0;
+        clip->flags |= KQCLIP_WRITING | KQCLIP_OPEN;
+        return true;
+    }
+
+    // Adds a frame of the clip's size with these pixels.
+    bool Add(const Bytes& pixels, i32 frame) {
+        KQBitmap* bitmap = AllocBitmapKQ(clip->width, clip->height, 32);
+        memcpy(bitmap->data, pixels.data(), size_t(bitmap->dataSize));
+        KQRectT<long> all = {0, 0, bitmap->width, bitmap->height};
+        bool added = module->AddFrame(clip, bitmap, frame, &all) != 0;
+        FreeBitmapKQ(bitmap);
+        return added;
+    }
+
+    void Close() { module->Close(clip); }
+
+    KQFormatDesc* module = nullptr;
+    KQClip* clip = nullptr;
+    std::string path;
+
+private:
+    KQFormatDesc* (*make_)();
+    const char* name_;
+};
+
+}   // namespace kqtest
