@@ -8,6 +8,7 @@
 #include "Source/Frames.h"
 #include "kq/files.h"
 #include "kq/sequence.h"
+#include "pal/file.h"
 #include "support/FrameModule.h"
 
 // In the record's own namespace, where comparisons of lists look for it.
@@ -456,9 +457,7 @@ TEST_F(EditFrame, FailedStoreKeepsWhatWasStoredBefore) {
 
 // Under Linux /dev/full is a disk that is full; the file name leads there.
 TEST_F(EditFrame, FullDiskGivesItsCodeAndLosesNothing) {
-#if defined(_WIN32)
-    GTEST_SKIP() << "no full device on Windows; the write faults above stand for it";
-#else
+    if (pal::Separator() != '/') GTEST_SKIP() << "this host has no full device; the write faults stand for it";
     KQClip* clip = Clip(10);
     ASSERT_EQ(Modify(clip, 4, 0xFF000104), 1);
     std::filesystem::create_symlink("/dev/full", Make_TempName(clip, -1, 1));
@@ -472,7 +471,6 @@ TEST_F(EditFrame, FullDiskGivesItsCodeAndLosesNothing) {
     EXPECT_EQ(Look(clip, 5), 0xFF000005u);
     EXPECT_EQ(Modify(clip, 5, 0xFF000105), 1);
     EXPECT_EQ(Look(clip, 5), 0xFF000105u);
-#endif
 }
 
 // Pull-down.
