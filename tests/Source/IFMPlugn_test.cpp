@@ -4,6 +4,7 @@
 #include "Source/Startup.h"
 #include "kq/clip.h"
 #include "kq/enumerate.h"
+#include "kq/filespec.h"
 #include "kq/formats.h"
 #include "kq/frames.h"
 #include "kq/plugins.h"
