@@ -1,9 +1,7 @@
 // Names and numbers of sequences: pure functions on bytes.
-#define KQ_MODULE "Source/SequenceName"
 #include <algorithm>
 #include <cstring>
 
-#include "Source/Alloc.h"
 #include "Source/Path.h"
 #include "Source/Sequence.h"
 #include "Source/Text.h"
@@ -150,22 +148,21 @@ int SequenceNumber_to_Name(char* name, i32 number, i32 skip) {
 }
 
 int SequenceNumber_to_Name_Validate(char* name, i32 number) {
-    i32 digits = Sequence_Digits(BareName(name));
-    if (digits < 1) return 0;
-    size_t size = std::strlen(name) + 1;
-    char* tried = static_cast<char*>(KQ_ALLOC(size + kPlainDigits, 0));
-    if (!tried) return 0;
+    char* bare = BareName(name);
+    i32 digits = Sequence_Digits(bare);
+    size_t size = std::strlen(bare) + 1;
+    char form[kq::kSequenceNameBytes];
+    if (digits < 1 || size > sizeof form) return 0;
+    std::memcpy(form, bare, size);
     u32 error = KQEnv->Error;
-    int found = 0;
-    for (i32 skip = 0; skip < digits && !found; ++skip) {
-        std::memcpy(tried, name, size);
-        if (!SequenceNumber_to_Name(tried, number, skip)) break;
-        found = FileExistsKQ(tried);
+    for (i32 skip = 0; skip < digits; ++skip) {
+        if (!SequenceNumber_to_Name(bare, number, skip)) break;
+        if (FileExistsKQ(name)) {
+            KQEnv->Error = error;   // widths that do not exist are no failure
+            return 1;
+        }
+        std::memcpy(bare, form, size);
     }
-    if (found) {
-        std::memcpy(name, tried, std::strlen(tried) + 1);
-        KQEnv->Error = error;   // widths that do not exist are no failure
-    }
-    KQ_FREE(tried);
-    return found;
+    std::memcpy(bare, form, size);
+    return 0;
 }

@@ -17,6 +17,7 @@
 #include "kq/kqcclip.h"
 #include "kq/kqcfilespec.h"
 #include "kq/keys.h"
+#include "kq/kqcfilespec.h"
 #include "kq/lists.h"
 #include "kq/memory.h"
 #include "kq/nativebitmap.h"
