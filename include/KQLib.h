@@ -14,6 +14,8 @@
 #include "kq/frames.h"
 #include "kq/gbuffers.h"
 #include "kq/jobs.h"
+#include "kq/kqcclip.h"
+#include "kq/kqcfilespec.h"
 #include "kq/keys.h"
 #include "kq/kqcfilespec.h"
 #include "kq/lists.h"

@@ -5,6 +5,7 @@
 #include "kq/filespec.h"
 #include "kq/clip.h"
 #include "kq/enumerate.h"
+#include "kq/filespec.h"
 #include "kq/formats.h"
 #include "kq/frames.h"
 #include "kq/plugins.h"
