@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "Source/Parallel.h"
 #include "Source/Startup.h"
 
 namespace kq {
@@ -62,6 +63,7 @@ void BuildDisplayPalette(const pal::PaletteEntry system[256], i32 staticColours,
 }
 
 void StartDisplay() {
+    NoteOwnThread();
     KQEnv->DrawDib = pal::OpenDibDrawing();
     KQEnv->DisplayPalette = MakeDisplayPalette();
     if (KQEnv->DisplayPalette && !pal::SetDibDrawingPalette(KQEnv->DrawDib, KQEnv->DisplayPalette))

@@ -94,7 +94,7 @@ void ShowDibSupport(u16 bits) {
     void* screen = pal::TakeScreenContext();
     i32 result = pal::AskDibSupport(screen, &request);
     pal::ReleaseScreenContext(screen);
-    DebugMessage("DIB support at %d bits: result %d, flags %u", bits, result, result < 1 ? 0 : request.answer);
+    DebugMessage("DIB 20 x 20, %d bits: result %d, flags %u\n", bits, result, result < 1 ? 0 : request.answer);
 }
 
 KQNativeBitmap* AllocDDBitmapKQ(i32 width, i32 height, i32) {

@@ -140,6 +140,7 @@ void LoadTexts(TagItem* tags) {
     TagItem* strings = FindTagItem(KQTAG_InitStrings, tags);
     givenStrings = strings ? reinterpret_cast<KQStringTable*>(strings->Data) : nullptr;
     if (!KQEnv->Strings) KQEnv->Strings = givenStrings;
+    kq::IndexStrings();
     if (TagItem* given = FindTagItem(KQTAG_InitKeySections, tags)) {
         KQEnv->KeySections = reinterpret_cast<KQKeySection*>(given->Data);
         kq::ParseKeyFile();

@@ -15,12 +15,5 @@ void StartMovieLayer() {}
 
 void StopMovieLayer() {}
 
-void LoadStringCatalogue() {}
-
-void FreeStringCatalogue() {}
-
-void ParseKeyFile() {}
-
-void FreeKeyTable() {}
 
 }   // namespace kq

@@ -72,6 +72,7 @@ void TakeFree(KQBlockHeader* block, size_t need) {
     } else {
         kq::UnlinkFree(block);
     }
+    kq::LowerBound(block->Chunk);
     LinkBlockBefore(block, next);
 }
 

@@ -19,7 +19,7 @@ size_t mostChunkData = 0;
 
 namespace {
 
-constexpr size_t kSegmentBytes = 2048;
+constexpr size_t kSegmentBytes = 8192;
 constexpr size_t kCacheLine = 64;
 
 constexpr size_t RoundUp(size_t size, size_t unit) { return (size + unit - 1) / unit * unit; }
@@ -267,7 +267,7 @@ KQBlockHeader* FindInSegment(KQMemoryChunk* chunk, u32 segment, size_t need) {
 KQBlockHeader* FindInChunk(KQMemoryChunk* chunk, size_t need, i32 bound) {
     for (u32 s = chunk->Bounds.FindFirst(bound); s != BoundTree::kNone; s = chunk->Bounds.FindFrom(s + 1, bound))
         if (KQBlockHeader* found = FindInSegment(chunk, s, need)) return found;
-    table.order.Lower(chunk->Slot, chunk->Bounds.Top());
+    LowerBound(chunk);
     return nullptr;
 }
 
@@ -367,7 +367,10 @@ void LinkFree(KQBlockHeader* header) {
 void UnlinkFree(KQBlockHeader* header) {
     u32 segment = SegmentOf(header);
     KQBlockHeader** first = &header->Chunk->First[segment];
-    if (*first == header) *first = IsFreeInSegment(header->Succ, segment) ? header->Succ : nullptr;
+    if (*first == header) {
+        *first = IsFreeInSegment(header->Succ, segment) ? header->Succ : nullptr;
+        if (!*first) header->Chunk->Bounds.Lower(segment, 0);
+    }
     header->Pred->Succ = header->Succ;
     header->Succ->Pred = header->Pred;
 }
@@ -381,6 +384,8 @@ void ReplaceFree(KQBlockHeader* old, KQBlockHeader* header) {
     if (!*first || header < *first) *first = header;
     RaiseBounds(header, segment);
 }
+
+void LowerBound(KQMemoryChunk* chunk) { table.order.Lower(chunk->Slot, chunk->Bounds.Top()); }
 
 void GrowFree(KQBlockHeader* header) { RaiseBounds(header, SegmentOf(header)); }
 

@@ -7,9 +7,10 @@
 // without gaps, so that the header behind a block stands at its Data + Size. `Blocks` holds the sentinels and the
 // allocated blocks, `Free` the free ones, both in address order; two free blocks are never neighbours.
 //
-// Beside the lists each chunk has an index of its free blocks: the chunk is cut into segments of 2 KB by where headers
-// stand, a BoundTree holds the largest free size of each segment and `First` its first free header. A segment holds at
-// most 16 free headers. The table has one such tree over all chunks in order of creation. So the first fit in address
+// Beside the lists each chunk has an index of its free blocks: the chunk is cut into segments of 8 KB by where headers
+// stand, a BoundTree holds the largest free size of each segment and `First` its first free header. An ordinary chunk
+// has so few segments that their bounds are one cache line, and a segment holds so few free headers that walking them
+// is as good as a search. The table has one such tree over all chunks in order of creation. So the first fit in address
 // order costs a few cache lines, however many blocks there are.
 #pragma once
 
@@ -68,6 +69,9 @@ void ReplaceFree(KQBlockHeader* old, KQBlockHeader* header);
 
 // Tells the index that a free block has grown where it stands.
 void GrowFree(KQBlockHeader* header);
+
+// Tells the table that free blocks of the chunk have gone or shrunk. It would find out by itself, but not as cheaply.
+void LowerBound(KQMemoryChunk* chunk);
 
 #if defined(KQ_TESTING)
 // Tests make memory short: the platform refuses chunks whose `want` is larger. 0: it does not.

@@ -2,10 +2,10 @@
 //
 // Positions accumulate by addition in 32 bits and wrap as such; truncation and wrap are part of the result. The source
 // is not clipped, so a pixel whose place falls outside the source's memory leaves the target alone.
-#include "Source/Pixels.h"
-#include "kq/bitmap.h"
-
 #include <algorithm>
+
+#include "Source/Sampling.h"
+#include "kq/bitmap.h"
 
 namespace {
 
@@ -73,13 +73,45 @@ void ScaleChecked(const Block& source, const Block& target, const Plan& plan, Fo
     }
 }
 
+// Whether an axis stays below `limit` in the source, without a wrap of its positions.
+bool StaysInside(const Axis& axis, i64 limit) {
+    i64 last = axis.start + i64(axis.end - axis.first - 1) * axis.step;
+    i64 least = std::min<i64>(axis.start, last), most = std::max<i64>(axis.start, last);
+    return least >= 0 && most <= 0x7FFFFFFF && most >> 16 < limit;
+}
+
+// The fast way needs positions that do not wrap, pixels of the source's own, and two blocks that share no memory.
+bool CanSample(const Block& source, const Block& target, const Plan& plan, Form from) {
+    return StaysInside(plan.x, source.width) && StaysInside(plan.y, source.height) && !Overlap(source, target) &&
+           source.pixelBytes >= kq::PixelBytes(from);
+}
+
+kq::Sampling SamplingOf(const Block& source, const Block& target, const Plan& plan) {
+    return {.from = source.data + source.first,
+            .fromStep = source.rowBytes,
+            .rowLength = i64(source.width) * source.pixelBytes,
+            .fromBytes = source.pixelBytes,
+            .to = target.data + target.Offset(plan.x.first, plan.y.first),
+            .toStep = target.rowBytes,
+            .width = plan.x.end - plan.x.first,
+            .rows = plan.y.end - plan.y.first,
+            .startX = plan.x.start,
+            .stepX = plan.x.step,
+            .startY = plan.y.start,
+            .stepY = plan.y.step};
+}
+
 void ScaleBlock(const Block& source, const Block& target, const KQRectT<long>* sourceRect,
                 const KQRectT<long>* targetRect, Form from, Form to) {
     Place taken = PlaceOf(sourceRect, source), given = PlaceOf(targetRect, target);
     if (given.width <= 0 || given.height <= 0) return;
     Plan plan{MakeAxis(taken.x, taken.width, given.x, given.width, target.width),
               MakeAxis(taken.y, taken.height, given.y, given.height, target.height)};
-    ScaleChecked(source, target, plan, from, to);
+    if (plan.x.first >= plan.x.end || plan.y.first >= plan.y.end) return;
+    if (CanSample(source, target, plan, from))
+        kq::SamplePixels(SamplingOf(source, target, plan), from, to);
+    else
+        ScaleChecked(source, target, plan, from, to);
 }
 
 }   // namespace

@@ -48,6 +48,7 @@ void StopMovieLayer();
 
 // Locale.cpp: loads StringFileName into Strings.
 void LoadStringCatalogue();
+void IndexStrings();   // makes the look-ups in Strings fast, wherever they came from
 void FreeStringCatalogue();
 
 // Keyfile.cpp: parses KeyFileName into KeyTable.

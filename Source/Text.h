@@ -19,4 +19,14 @@ inline int CompareFolded(const char* a, const char* b) {
     }
 }
 
+// Whether the text begins with `word`, in any case of letters.
+inline bool StartsFolded(const char* text, const char* word) {
+    for (; *word; ++text, ++word)
+        if (FoldLower(u8(*text)) != FoldLower(u8(*word))) return false;
+    return true;
+}
+
+// White space as the C locale has it.
+constexpr bool IsSpace(u8 c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
 }   // namespace kq

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "kq/catalogue.h"
 #include "kq/user.h"
 #include "pal/program.h"
 
@@ -55,6 +56,15 @@ void UserMessageKQ(const char* format, ...) {
     va_end(arguments);
 }
 
+void UserMessageKQ(u32 stringNumber, ...) {
+    const char* format = GetStringKQ(stringNumber);
+    if (!format) return;
+    va_list arguments;
+    va_start(arguments, stringNumber);
+    Show(kq::UserText::Message, 1, format, arguments);
+    va_end(arguments);
+}
+
 void StopAlertKQ(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -62,9 +72,28 @@ void StopAlertKQ(const char* format, ...) {
     va_end(arguments);
 }
 
+void StopAlertKQ(u32 stringNumber, ...) {
+    const char* format = GetStringKQ(stringNumber);
+    if (!format) return;
+    va_list arguments;
+    va_start(arguments, stringNumber);
+    Show(kq::UserText::StopAlert, 1, format, arguments);
+    va_end(arguments);
+}
+
 int AskUserKQ(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
+    int answer = Show(kq::UserText::Question, 0, format, arguments);
+    va_end(arguments);
+    return answer;
+}
+
+int AskUserKQ(u32 stringNumber, ...) {
+    const char* format = GetStringKQ(stringNumber);
+    if (!format) return 1;
+    va_list arguments;
+    va_start(arguments, stringNumber);
     int answer = Show(kq::UserText::Question, 0, format, arguments);
     va_end(arguments);
     return answer;

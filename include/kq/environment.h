@@ -151,6 +151,8 @@ struct KQEnvironment {
     i32 AppWindowMaximised;
     i32 KeyFromChar;
     List formatModules;       // KQFormatDesc records in the order of registration
+    void* KeyIndex;           // sorted form of KeyTable
+    void* StringIndex;        // hashed form of Strings
     i32 nextClipId;           // serial number of the next clip
 };
 

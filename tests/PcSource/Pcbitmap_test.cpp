@@ -507,7 +507,7 @@ TEST_F(Pcbitmap, DibSupportIsReported) {
     ShowDibSupport(24);
     SetDebugSinkKQ(nullptr);
     ASSERT_EQ(debugLines.size(), 1u);
-    EXPECT_EQ(debugLines[0], "DIB support at 24 bits: result 1, flags 15");
+    EXPECT_EQ(debugLines[0], "DIB 20 x 20, 24 bits: result 1, flags 15\n");
 }
 
 TEST_F(Pcbitmap, SuggestedDepthOfAn8BitScreenIs24) {
