@@ -187,6 +187,9 @@ private:
                 return &symbols_[at];
     }
 
+    static u64 LengthBit(size_t length) { return u64(1) << (length < 63 ? length : 63); }
+
+    void Admit(Span symbol);
     void Meet(Span word, Span line);
     void MeetEnding(Span ending, u64 hash, Span line);
     void Note(Symbol* symbol, Span line);
@@ -195,6 +198,8 @@ private:
     u64 mask_ = 0;
     size_t open_ = 0;              // symbols that the header has not shown yet
     size_t longest_ = 0;           // length of the longest one
+    bool starts_[256] = {};        // first bytes of symbols
+    u64 lengths_ = 0;              // bit n: some symbol has n bytes; bit 63: that many or more
     const char* line_ = nullptr;   // the line whose number is known
     u32 number_ = 0;
     bool numbered_ = false;
@@ -216,9 +221,15 @@ bool SymbolTable::Gather(Span catalogue) {
         if (place->text.Length() > 0) continue;
         *place = {definition.symbol, hash, 0, Found::NotYet};
         ++open_;
-        if (definition.symbol.Length() > longest_) longest_ = definition.symbol.Length();
+        Admit(definition.symbol);
     }
     return true;
+}
+
+void SymbolTable::Admit(Span symbol) {
+    if (symbol.Length() > longest_) longest_ = symbol.Length();
+    starts_[u8(*symbol.at)] = true;
+    lengths_ |= LengthBit(symbol.Length());
 }
 
 // A word counts when white space follows it, so one that ends the file does not.
@@ -236,12 +247,13 @@ void SymbolTable::Resolve(Span header) {
     }
 }
 
+// Most endings are no symbol by their first byte or their length, which is cheaper to see than the hash.
 void SymbolTable::Meet(Span word, Span line) {
     u64 hash = kHashStart;
     size_t most = word.Length() < longest_ ? word.Length() : longest_;
     for (const char* at = word.end; at > word.end - most;) {
         hash = HashOn(hash, *--at);
-        MeetEnding({at, word.end}, hash, line);
+        if (starts_[u8(*at)] && (lengths_ & LengthBit(size_t(word.end - at)))) MeetEnding({at, word.end}, hash, line);
     }
 }
 

@@ -230,7 +230,9 @@ void RunRows(const std::vector<Allocator>& all, const Allocator& guarded, const 
 int main() {
     // A large block that went makes the C library keep its free memory, as in any program that has run for a while;
     // otherwise it would give the top of its heap back at each turn of the first row.
-    std::free(std::malloc(size_t(30) << 20));
+    void* large = std::malloc(size_t(30) << 20);
+    bench::Keep(large);
+    std::free(large);
     TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
     if (!InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags)) return 1;
     void* mimalloc = dlopen("libmimalloc.so.2.0", RTLD_NOW | RTLD_LOCAL);

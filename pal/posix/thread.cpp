@@ -1,8 +1,8 @@
 // Threads on Linux, and locks on the futex: uncontended they are one atomic operation and no call of the kernel.
 //
-// A waiter spins for a moment before it sleeps, because slices of work come back within microseconds and a sleep costs
-// about as much as that. Where only one processor is there, spinning would only keep the other from coming, so nobody
-// spins.
+// Who waits for a region spins for a moment before it sleeps, because regions are held for less time than a sleep
+// costs; where only one processor is there, spinning would only keep the holder from going on. Who waits for a
+// semaphore sleeps at once: it waits for work, and the thread that does the work needs the processor.
 #include "pal/thread.h"
 
 #include <atomic>
@@ -58,7 +58,7 @@ thread_local char threadMark __attribute__((tls_model("initial-exec")));
 static_assert(std::endian::native == std::endian::little, "the count must be the first half of the semaphore's word");
 
 int SpinTurns() {
-    static const int turns = ProcessorCount() > 1 ? 400 : 0;
+    static const int turns = ProcessorCount() > 1 ? 40 : 0;
     return turns;
 }
 
@@ -155,10 +155,7 @@ Semaphore* SemaphoreCreate(i32 initial, i32 maximum) {
 void SemaphoreFree(Semaphore* semaphore) { std::free(semaphore); }
 
 void SemaphoreWait(Semaphore* semaphore) {
-    for (int turn = SpinTurns(); turn >= 0; --turn) {
-        if (TryTake(semaphore, 0)) return;
-        Pause();
-    }
+    if (TryTake(semaphore, 0)) return;
     semaphore->word.fetch_add(kSleeper, std::memory_order_relaxed);
     while (!TryTake(semaphore, kSleeper)) FutexWait(&semaphore->word, 0);
 }
