@@ -7,13 +7,11 @@
 #include "Source/Startup.h"
 #include "Source/Text.h"
 #include "kq/environment.h"
+#include "pal/display.h"
 
 namespace kq {
 
 namespace {
-
-// The width of the display where there is none.
-constexpr i32 kNoScreenWidth = 1920;
 
 // A start by automation hands its own words over, which are no command line of the user's.
 bool IsCommandLine(const char* text) {
@@ -39,7 +37,7 @@ int StartNativeLayer(TagItem* tags) {
     StartDisplay();
     KQEnv->WindowsDisabled = 0;
     TakeCommandLine(tags);
-    ComputeMetrics(KQEnv->GUI, kNoScreenWidth);
+    ComputeMetrics(KQEnv->GUI, pal::AskDisplayFormat().width);
     return 1;
 }
 

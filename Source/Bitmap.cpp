@@ -7,6 +7,7 @@
 
 #include "Source/Alloc.h"
 #include "Source/BitmapCopy.h"
+#include "Source/ByteRows.h"
 #include "Source/Channels.h"
 #include "Source/SizeGate.h"
 #include "kq/environment.h"
@@ -108,16 +109,15 @@ void WriteFloatPixelKQ(KQBitmap* bitmap, i32 x, i32 y, const KQFloatRGB* colour)
 
 void FillBitmapKQ(KQBitmap* bitmap, u32 colour) {
     if (bitmap->depth == 8) {
-        std::memset(bitmap->data, int(colour & 255), size_t(bitmap->dataSize));
+        kq::FillBlock(bitmap->data, bitmap->dataSize, (colour & 255) * 0x01010101u);
         return;
     }
-    u32 word = __builtin_bswap32(colour);
-    for (i32 i = 0; i < bitmap->dataSize / 4; ++i) std::memcpy(bitmap->data + i64(i) * 4, &word, 4);
+    kq::FillBlock(bitmap->data, bitmap->dataSize, __builtin_bswap32(colour));
 }
 
 void FillAlphaKQ(KQBitmap* bitmap, u32 alpha) {
     if (bitmap->depth != 32) return;
-    for (i32 i = 0; i < bitmap->dataSize / 4; ++i) bitmap->data[i64(i) * 4] = u8(alpha);
+    kq::FillFirstBytes(bitmap->data, bitmap->dataSize / 4, u8(alpha));
 }
 
 void FillAlphaRectKQ(KQBitmap* bitmap, u32 value, const KQRectT<long>* rect) {

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "Source/ByteRows.h"
+#include "Source/Sampling.h"
 #include "kq/bitmap.h"
 
 namespace kq {
@@ -44,6 +46,36 @@ void WalkRows(const Block& source, const Block& target, const CopyPlan& plan, i6
         if (count <= 0) continue;
         run(source.data + from + front * source.pixelBytes, target.data + to + front * target.pixelBytes, count);
     }
+}
+
+// Whether all of the plan's rows, from (x, y) on, are rows of the bitmap and lie in its memory.
+bool HoldsAll(const Block& block, i64 x, i64 y, const CopyPlan& plan, i64 bytes) {
+    if (plan.width <= 0 || plan.height <= 0 || y < 0 || y + plan.height > block.height) return false;
+    for (i64 row : {y, y + plan.height - 1}) {
+        i64 start = block.Offset(x, row), end = start + (plan.width - 1) * block.pixelBytes + bytes;
+        if (start < 0 || end > block.size) return false;
+    }
+    return true;
+}
+
+bool CanSample(const Block& source, const Block& target, const CopyPlan& plan, Form from, Form to) {
+    return !Overlap(source, target) && HoldsAll(source, plan.sourceX, plan.sourceY, plan, PixelBytes(from)) &&
+           HoldsAll(target, plan.targetX, plan.targetY, plan, PixelBytes(to));
+}
+
+Sampling SamplingOf(const Block& source, const Block& target, const CopyPlan& plan) {
+    return {.from = source.data + source.Offset(plan.sourceX, plan.sourceY),
+            .fromStep = source.rowBytes,
+            .rowLength = plan.width * source.pixelBytes,
+            .fromBytes = source.pixelBytes,
+            .to = target.data + target.Offset(plan.targetX, plan.targetY),
+            .toStep = target.rowBytes,
+            .width = plan.width,
+            .rows = plan.height,
+            .startX = 0,
+            .stepX = 65536,
+            .startY = 0,
+            .stepY = 65536};
 }
 
 }   // namespace
@@ -91,6 +123,7 @@ void FillFirstBytes(const Block& target, const KQRectT<long>& rect, u8 value) {
 }
 
 void CopyPixels(const Block& source, const Block& target, const CopyPlan& plan, Form from, Form to) {
+    if (CanSample(source, target, plan, from, to)) return SamplePixels(SamplingOf(source, target, plan), from, to);
     PixelMove move = PlainMove(from, to);
     WalkRows(source, target, plan, PixelBytes(from), PixelBytes(to), [&](const u8* s, u8* t, i64 count) {
         for (i64 i = 0; i < count; ++i) move(s + i * source.pixelBytes, t + i * target.pixelBytes);
@@ -98,6 +131,16 @@ void CopyPixels(const Block& source, const Block& target, const CopyPlan& plan, 
 }
 
 void CopyRows(const Block& source, const Block& target, const CopyPlan& plan) {
+    if (!Overlap(source, target) && HoldsAll(source, plan.sourceX, plan.sourceY, plan, source.pixelBytes) &&
+        HoldsAll(target, plan.targetX, plan.targetY, plan, target.pixelBytes)) {
+        RowCopy copy{source.data + source.Offset(plan.sourceX, plan.sourceY),
+                     source.rowBytes,
+                     target.data + target.Offset(plan.targetX, plan.targetY),
+                     target.rowBytes,
+                     plan.width * source.pixelBytes,
+                     plan.height};
+        return CopyByteRows(copy);
+    }
     WalkRows(source, target, plan, source.pixelBytes, target.pixelBytes,
              [&](const u8* s, u8* t, i64 count) { std::memmove(t, s, size_t(count * source.pixelBytes)); });
 }
@@ -127,7 +170,7 @@ void CopyBitmapKQ(const KQBitmap* source, KQBitmap* target, i32 sourceX, i32 sou
                   i32 targetX, i32 targetY) {
     kq::CopyPlan plan = Clipped(*source, *target, sourceX, sourceY, width, height, targetX, targetY);
     if (IsWhole(plan, *source, *target)) {
-        std::memmove(target->data, source->data, size_t(std::min(source->dataSize, target->dataSize)));
+        kq::CopyBlock(source->data, target->data, std::min(source->dataSize, target->dataSize));
         return;
     }
     if (source->depth != target->depth) return;

@@ -133,8 +133,10 @@ void CloseEIDI(KQClip* clip) {
     bool written = (clip->flags & KQCLIP_WRITING) && data->file->Permission != KQFILE_Read;
     u32 error = KQERR_NONE;
     if (written) {
-        SeekFileKQ(data->file, 2, KQSEEK_Start);
-        if (!PutLongKQ(data->file, clip->sourceFrames)) error = KQEnv->Error;
+        if (!MoveTo(data->file, 2))
+            error = KQERR_WRITE;
+        else if (!PutLongKQ(data->file, clip->sourceFrames))
+            error = KQEnv->Error;
     }
     if (!CloseFileKQ(data->file) && written && !error) error = KQERR_WRITE;
     if (written) KQEnv->Error = error;

@@ -41,6 +41,7 @@ struct EIDIClip {
     i64* offsets;                         // of the frame records; -1: not found
     i32 offsetCount;                      // no more than the file has room for, whatever it says
     i32 found;                            // leading entries that are known
+    i64 end;                              // of a clip that is written: where the next frame goes
 };
 
 // Reads and checks the header of the frame at `offset`, without its colour table; 0 when it is cut or breaks a limit.

@@ -41,9 +41,13 @@ struct FrameWriter {
     bool packs;
     RunPacker packer;
     EqualBits equal;
-    u8* values;   // a row of narrow values
-    u8* out;      // the band as it goes to the file
+    u8* values;    // a row of narrow values
+    u8* out;       // the band as it goes to the file
+    i64 written;   // bytes of pixels so far
 };
+
+// Entries of the colour table: a grey ramp, or the first one of it.
+i32 Colours(const FrameWriter& writer) { return writer.size == 1 ? kEIDIMostColours : 1; }
 
 i32 WriteVersion(KQFileInfo* file) {
     u8 bytes[kEIDIFileHead] = {};
@@ -52,10 +56,10 @@ i32 WriteVersion(KQFileInfo* file) {
     return WriteFileKQ(file, bytes, sizeof bytes);
 }
 
-// The header, with no length yet, and the colour table: a grey ramp of 256 entries or of the first one.
+// The header, with no length yet, and the colour table.
 i32 WriteHeader(const KQClip* clip, const KQBitmap* bitmap, const FrameWriter& writer) {
     u8 bytes[kEIDIFrameHead + kEIDIMostColours * 3] = {};
-    i32 colours = writer.size == 1 ? kEIDIMostColours : 1;
+    i32 colours = Colours(writer);
     f64 time = clip->sourceRate != 0 ? clip->sourceFrames / clip->sourceRate : 0.0;
     PutBig32(bytes, std::bit_cast<u32>(static_cast<float>(time)));
     for (u8* rectangle : {bytes + 4, bytes + 14}) {
@@ -93,11 +97,17 @@ u8* PutRow(FrameWriter* writer, const u8* pixels, i32 width, u8* out) {
     }
 }
 
+// Writes what lies in the buffer up to `end`.
+i32 WriteValues(FrameWriter* writer, const u8* end) {
+    writer->written += end - writer->out;
+    return WriteFileKQ(writer->file, writer->out, size_t(end - writer->out));
+}
+
 // Writes all but the open packet, which moves to the front; returns the end of what stays, null when the write failed.
 u8* WriteClosedPackets(FrameWriter* writer, u8* end) {
     u8* closed = writer->packer.literal ? writer->packer.literal : end;
     size_t open = size_t(end - closed);
-    if (closed > writer->out && !WriteFileKQ(writer->file, writer->out, size_t(closed - writer->out))) return nullptr;
+    if (closed > writer->out && !WriteValues(writer, closed)) return nullptr;
     std::memmove(writer->out, closed, open);
     if (open) writer->packer.literal = writer->out;
     return writer->out + open;
@@ -111,7 +121,7 @@ i32 WriteBandsOfFrame(FrameWriter* writer, WriteBands* bands) {
         end = WriteClosedPackets(writer, end);
     }
     if (!end) return 0;
-    return end == writer->out || WriteFileKQ(writer->file, writer->out, size_t(end - writer->out));
+    return end == writer->out || WriteValues(writer, end);
 }
 
 i32 WritePixels(KQClip* clip, const KQBitmap* bitmap, FrameWriter* writer) {
@@ -130,14 +140,16 @@ i32 WritePixels(KQClip* clip, const KQBitmap* bitmap, FrameWriter* writer) {
     return written;
 }
 
-i32 WriteFrame(KQClip* clip, const KQBitmap* bitmap, FrameWriter* writer, i64 start) {
-    if (!WriteHeader(clip, bitmap, *writer)) return 0;
-    i64 pixels = i64(SeekFileKQ(writer->file, 0, KQSEEK_Current));
-    if (!WritePixels(clip, bitmap, writer)) return 0;
-    i64 end = i64(SeekFileKQ(writer->file, start + kLengthField, KQSEEK_Start));
-    i32 written = PutLongKQ(writer->file, i32(u32(end - pixels)));
-    SeekFileKQ(writer->file, 0, KQSEEK_End);
-    return written;
+// Writes the frame that begins at `start`, with its length once that is known. Returns where it ends, 0 on failure.
+i64 WriteFrame(KQClip* clip, const KQBitmap* bitmap, FrameWriter* writer, i64 start) {
+    if (!WriteHeader(clip, bitmap, *writer) || !WritePixels(clip, bitmap, writer)) return 0;
+    i64 length = writer->written;
+    if (!MoveTo(writer->file, start + kLengthField)) {
+        KQEnv->Error = KQERR_WRITE;
+        return 0;
+    }
+    if (!PutLongKQ(writer->file, i32(u32(length)))) return 0;
+    return start + kEIDIFrameHead + Colours(*writer) * 3 + length;
 }
 
 bool Fits(const KQBitmap* bitmap) {
@@ -159,14 +171,19 @@ i32 AddEIDIFrame(KQClip* clip, KQBitmap* bitmap, i32, const KQRectT<long>*) {
     writer.file = data->file;
     writer.size = ValueSize(clip);
     writer.packs = Packs(clip);
-    i64 before = i64(SeekFileKQ(data->file, 0, KQSEEK_Current));
-    i64 start = clip->sourceFrames == 0 ? before + kEIDIFileHead : before;
-    if ((clip->sourceFrames != 0 || WriteVersion(data->file)) && WriteFrame(clip, bitmap, &writer, start)) {
-        ++clip->sourceFrames;
-        return 1;
+    if (!MoveTo(data->file, data->end)) {
+        KQEnv->Error = KQERR_WRITE;
+        return 0;
     }
-    CutFile(data->file, before);
-    return 0;
+    i64 start = clip->sourceFrames == 0 ? kEIDIFileHead : data->end;
+    i64 end = clip->sourceFrames != 0 || WriteVersion(data->file) ? WriteFrame(clip, bitmap, &writer, start) : 0;
+    if (end == 0) {
+        CutFile(data->file, data->end);
+        return 0;
+    }
+    data->end = end;
+    ++clip->sourceFrames;
+    return 1;
 }
 
 }   // namespace kq

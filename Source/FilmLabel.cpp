@@ -2,7 +2,6 @@
 #include "Source/FilmLabel.h"
 
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 
 namespace kq {
@@ -52,6 +51,11 @@ i64 DropFrameCount(i64 frame) {
     return count;
 }
 
+// The last `count` decimal digits.
+void PutDigits(char* text, i64 value, int count) {
+    for (; count > 0; value /= 10) text[--count] = char('0' + value % 10);
+}
+
 }   // namespace
 
 void FormatTimeCode(i64 frame, f64 rate, char* text) {
@@ -62,11 +66,17 @@ void FormatTimeCode(i64 frame, f64 rate, char* text) {
     }
     i64 n = frame < 0 ? 0 : frame;
     if (r == 30 && std::fabs(rate - 29.97) < 0.0001) n = DropFrameCount(n);
-    std::snprintf(text, 12, "%02d:%02d:%02d:%02d", int(n / (r * 3600) % 60), int(n / (r * 60) % 60), int(n / r % 60),
-                  int(n % r % 100));
+    std::memcpy(text, "00:00:00:00", 12);
+    PutDigits(text, n / (r * 3600) % 60, 2);
+    PutDigits(text + 3, n / (r * 60) % 60, 2);
+    PutDigits(text + 6, n / r % 60, 2);
+    PutDigits(text + 9, n % r, 2);
 }
 
-void FormatFrameNumber(i64 frame, char* text) { std::snprintf(text, 6, "%05d", int((frame < 0 ? 0 : frame) % 100000)); }
+void FormatFrameNumber(i64 frame, char* text) {
+    PutDigits(text, frame < 0 ? 0 : frame, 5);
+    text[5] = 0;
+}
 
 void DrawLabelText(KQBitmap* bitmap, i32 x, i32 y, const char* text) {
     for (; *text; ++text)

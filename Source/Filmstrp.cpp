@@ -33,6 +33,7 @@ struct Trailer {
 struct Film {
     KQFileInfo* file;
     Trailer trailer;   // of a clip that is read
+    i64 end;           // of a clip that is written: where the next frame goes
 };
 
 // Reads the trailer; false when the file is too short for one or it is none of ours. The file's length is not held
@@ -160,16 +161,19 @@ i32 WriteLabel(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap, i32 frame
 i32 AddFilmFrame(KQClip* clip, KQBitmap* bitmap, i32 frame, const KQRectT<long>*) {
     Film* film = FilmOf(clip);
     if (!film) return 0;
-    i64 start = i64(SeekFileKQ(film->file, 0, KQSEEK_Current));
+    if (!kq::MoveTo(film->file, film->end)) {
+        KQEnv->Error = KQERR_WRITE;
+        return 0;
+    }
     if (!WritePicture(clip, film->file, bitmap)) {
-        kq::CutFile(film->file, start);
+        kq::CutFile(film->file, film->end);
         return 0;
     }
     ++clip->sourceFrames;
-    if (WriteLabel(clip, film->file, bitmap, frame)) return 1;
-    kq::CutFile(film->file, start + bitmap->dataSize);
-    SeekFileKQ(film->file, i64(bitmap->rowBytes) * kq::kLabelRows, KQSEEK_Current);
-    return 0;
+    i32 labelled = WriteLabel(clip, film->file, bitmap, frame);
+    if (!labelled) kq::CutFile(film->file, film->end + bitmap->dataSize);
+    film->end += bitmap->dataSize + i64(bitmap->rowBytes) * kq::kLabelRows;
+    return labelled;
 }
 
 i32 WriteZeros(KQFileInfo* file, i64 count) {
@@ -199,9 +203,12 @@ i32 WriteTrailer(KQClip* clip, KQFileInfo* file) {
 
 // The spare block and the trailer. On a disk that has no room for the block the trailer goes without it: the film can
 // be read all the same, and `Error` tells what failed first.
-void FinishFilm(KQClip* clip, KQFileInfo* file) {
-    i64 end = i64(SeekFileKQ(file, 0, KQSEEK_Current));
+void FinishFilm(KQClip* clip, KQFileInfo* file, i64 end) {
     u32 error = KQERR_NONE;
+    if (!kq::MoveTo(file, end)) {
+        KQEnv->Error = KQERR_WRITE;
+        return;
+    }
     if (!WriteZeros(file, i64(clip->width) * 4 * kq::kLabelRows)) {
         error = KQEnv->Error;
         kq::CutFile(file, end);
@@ -214,7 +221,7 @@ void CloseFilm(KQClip* clip) {
     Film* film = FilmOf(clip);
     if (!film) return;
     bool written = (clip->flags & KQCLIP_WRITING) && film->file->Permission != KQFILE_Read;
-    if (written) FinishFilm(clip, film->file);
+    if (written) FinishFilm(clip, film->file, film->end);
     if (!CloseFileKQ(film->file) && written && !KQEnv->Error) KQEnv->Error = KQERR_WRITE;
     film->file = nullptr;
     FreeFilm(clip);

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "Source/Alloc.h"
+#include "Source/FileAt.h"
 #include "kq/environment.h"
 
 namespace kq {
@@ -65,25 +66,39 @@ bool FileRange(const ResourceModule* module, i64 at, i64 count) {
 }
 
 // Reads straight from the file.
-bool ReadAt(ResourceModule* module, i64 at, void* buffer, i64 count) {
-    SeekFileKQ(module->file, at, KQSEEK_Start);
-    return ReadFileKQ(module->file, buffer, size_t(count)) != 0;
+bool ReadWhole(ResourceModule* module, i64 at, void* buffer, i64 count) {
+    return ReadFileAt(module->file, at, buffer, size_t(count)) == count;
 }
 
-// Reads a few bytes through the run's window.
+bool Shows(const Window& window, i64 at, i64 count) {
+    return at >= window.at && at + count <= window.at + window.count;
+}
+
+// The window that shows these bytes, by preference the run's own; null when none does.
+const Window* FindWindow(const ResourceModule* module, Run run, i64 at, i64 count) {
+    if (Shows(module->windows[run], at, count)) return &module->windows[run];
+    for (const Window& window : module->windows)
+        if (Shows(window, at, count)) return &window;
+    return nullptr;
+}
+
+// Moves the run's window to `at`; null when the file does not give its bytes.
+const Window* MoveWindow(ResourceModule* module, Run run, i64 at) {
+    Window& window = module->windows[run];
+    i64 left = module->length - at;
+    i64 count = left < kWindowBytes ? left : kWindowBytes;
+    window.at = at;
+    window.count = ReadWhole(module, at, window.bytes, count) ? count : 0;
+    return window.count ? &window : nullptr;
+}
+
+// Reads a few bytes through the windows.
 bool Peek(ResourceModule* module, Run run, i64 at, void* buffer, i64 count) {
     if (!FileRange(module, at, count)) return false;
-    Window& window = module->windows[run];
-    if (at < window.at || at + count > window.at + window.count) {
-        i64 left = module->length - at;
-        window.at = at;
-        window.count = left < kWindowBytes ? left : kWindowBytes;
-        if (!ReadAt(module, at, window.bytes, window.count)) {
-            window.count = 0;
-            return false;
-        }
-    }
-    std::memcpy(buffer, window.bytes + (at - window.at), size_t(count));
+    const Window* window = FindWindow(module, run, at, count);
+    if (!window) window = MoveWindow(module, run, at);
+    if (!window) return false;
+    std::memcpy(buffer, window->bytes + (at - window->at), size_t(count));
     return true;
 }
 
@@ -295,7 +310,7 @@ bool LocateData(ResourceModule* module, const ResourceEntry& entry, ResourceSpan
 }
 
 bool ReadData(ResourceModule* module, const ResourceSpan& span, u8* buffer) {
-    return span.size == 0 || ReadAt(module, span.at, buffer, span.size);
+    return span.size == 0 || ReadWhole(module, span.at, buffer, span.size);
 }
 
 i64 ModuleLength(const ResourceModule* module) { return module->length; }

@@ -84,5 +84,5 @@ int KQRectT<T>::Intersect(const KQRectT& other) {
     return 1;
 }
 
-template class KQRectT<long>;
-template class KQRectT<double>;
+template struct KQRectT<long>;
+template struct KQRectT<double>;

@@ -1,20 +1,22 @@
 // The resources of a module as a program asks for them: by type, with their bytes.
-#define KQ_MODULE "Source/Resources"
 #include "kq/enumerate.h"
 
 #include <cstring>
 
-#include "Source/Alloc.h"
 #include "Source/PEResources.h"
 #include "Source/Text.h"
+#include "kq/memory.h"
 
 namespace {
 
 using ResourceCallback = int (*)(KQResource* resource, uptr user);
 
-// Resources of one type may share bytes, but not so many that a small file makes a long enumeration: one ends when it
-// has read the module this many times over.
+// The bytes that one enumeration reads are at most this many times the module's: resources may share bytes, but not so
+// many that a small file makes a long work.
 constexpr i64 kMostReadings = 4;
+
+// The most bytes that are read ahead of a resource.
+constexpr i64 kMostAhead = 64 * 1024;
 
 // What the tags ask for.
 struct Wanted {
@@ -41,26 +43,62 @@ Wanted ReadTags(TagItem* tags) {
     return wanted;
 }
 
-// A block for the bytes of one resource after the other.
-class DataBlock {
+// The bytes of one resource after the other. Where they follow each other in the file, what was read twice over is
+// read ahead at once, so that many small resources cost few reads and scattered ones nothing extra.
+class DataReader {
 public:
-    DataBlock() = default;
-    ~DataBlock() { KQ_FREE(bytes_); }
-    DataBlock(const DataBlock&) = delete;
-    DataBlock& operator=(const DataBlock&) = delete;
+    explicit DataReader(kq::ResourceModule* module)
+        : module_(module), length_(kq::ModuleLength(module)), left_(kMostReadings * length_) {}
 
-    // At least `size` bytes, null when there is no memory.
-    u8* Get(size_t size) {
-        if (bytes_ && size <= size_) return bytes_;
-        KQ_FREE(bytes_);
-        bytes_ = static_cast<u8*>(KQ_ALLOC(size, 0));
-        size_ = size;
-        return bytes_;
+    ~DataReader() { FreeMemoryKQ(bytes_); }
+
+    DataReader(const DataReader&) = delete;
+    DataReader& operator=(const DataReader&) = delete;
+
+    // The resource's bytes, valid until the next call; null when they cannot be had.
+    const u8* Get(const kq::ResourceSpan& span) {
+        bool held = bytes_ && span.at >= at_ && span.at + span.size <= at_ + count_;
+        if (!held && !Read(span.at, Wanted(span))) return nullptr;
+        return bytes_ + (span.at - at_);
     }
 
+    // Whether the enumeration has read all that it may.
+    bool Spent() const { return left_ < 0; }
+
 private:
+    // How much to read for a resource.
+    i64 Wanted(const kq::ResourceSpan& span) const {
+        bool follows = count_ > 0 && span.at >= at_ && span.at <= at_ + count_ + count_ / 4;
+        i64 ahead = !follows ? 0 : 2 * count_ < kMostAhead ? 2 * count_ : kMostAhead;
+        i64 wanted = i64(span.size) + ahead;
+        return wanted < length_ - span.at ? wanted : length_ - span.at;
+    }
+
+    bool Read(i64 at, i64 count) {
+        at_ = at;
+        count_ = 0;
+        left_ -= count;
+        if (left_ < 0 || !Reserve(size_t(count)) || !kq::ReadData(module_, {at, u32(count)}, bytes_)) return false;
+        count_ = count;
+        return true;
+    }
+
+    // Bare, because to fill a large block with the pattern of fresh memory would take longer than to read it.
+    bool Reserve(size_t size) {
+        if (bytes_ && size <= room_) return true;
+        FreeMemoryKQ(bytes_);
+        room_ = size + kMostAhead;
+        bytes_ = static_cast<u8*>(AllocMemoryKQ(room_, 0));
+        return bytes_ != nullptr;
+    }
+
+    kq::ResourceModule* module_;
+    i64 length_;
+    i64 left_;           // bytes that may still be read
     u8* bytes_ = nullptr;
-    size_t size_ = 0;
+    size_t room_ = 0;
+    i64 at_ = 0;         // what of the file the block holds
+    i64 count_ = 0;
 };
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
@@ -151,17 +189,12 @@ int EnumResourceIDKQ(void* handle, const char* type, ResourceCallback callback, 
     kq::ResourceFolder names;
     if (!callback || !FindType(module, type, &names)) return 1;
     Wanted wanted = ReadTags(tags);
-    DataBlock block;
+    DataReader data(module);
     kq::ResourceEntry entry;
-    i64 left = kMostReadings * kq::ModuleLength(module);
-    for (u32 i = 0; i < names.count && kq::ReadEntry(module, names, i, &entry); ++i) {
+    for (u32 i = 0; i < names.count && !data.Spent() && kq::ReadEntry(module, names, i, &entry); ++i) {
         kq::ResourceSpan span;
         if (!InRange(entry, wanted) || !FirstLanguage(module, entry, &span)) continue;
-        left -= span.size;
-        if (left < 0) break;
-        u8* bytes = block.Get(span.size);
-        if (bytes && kq::ReadData(module, span, bytes))
-            Report(entry, bytes, span.size, wanted, callback, user);
+        if (const u8* bytes = data.Get(span)) Report(entry, bytes, span.size, wanted, callback, user);
     }
     return 1;
 }

@@ -224,16 +224,16 @@ i32 WritePixels(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
 }
 
 // Fills the file up to a multiple of the header's size.
-i32 WritePadding(KQFileInfo* file) {
+i32 WritePadding(KQFileInfo* file, const KQBitmap* bitmap) {
     constexpr u8 kZeros[kHeaderSize] = {};
-    size_t rest = size_t(SeekFileKQ(file, 0, KQSEEK_Current) % kHeaderSize);
+    size_t rest = size_t(bitmap->width) * size_t(bitmap->height) * 2 % kHeaderSize;
     return rest == 0 || WriteFileKQ(file, kZeros, kHeaderSize - rest);
 }
 
 i32 WritePicture(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
     u8 header[kHeaderSize];
     MakeHeader(clip, bitmap, header);
-    return WriteFileKQ(file, header, kHeaderSize) && WritePixels(clip, file, bitmap) && WritePadding(file);
+    return WriteFileKQ(file, header, kHeaderSize) && WritePixels(clip, file, bitmap) && WritePadding(file, bitmap);
 }
 
 // Each frame is a file of its own, which the clip's specification names by now. A file that could not be written to

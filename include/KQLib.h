@@ -15,6 +15,7 @@
 #include "kq/gbuffers.h"
 #include "kq/jobs.h"
 #include "kq/keys.h"
+#include "kq/kqcclip.h"
 #include "kq/kqcfilespec.h"
 #include "kq/lists.h"
 #include "kq/memory.h"

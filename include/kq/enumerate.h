@@ -55,8 +55,8 @@ KQ_API void EndResourceAccessKQ(void* module);
 // Calls `callback` for each resource of `type`, in the order of the directory, with `user`. Its result is ignored.
 // Names of types compare without case, and one that begins with a digit is looked up with an underscore in front;
 // "#24" asks for the type of that number. Of several languages the first counts; a resource whose data lie outside
-// the file is passed over. Resources that share bytes so often that they take more than four times the module's
-// length end the enumeration. With KQTAG_ResourceStripHead the first word of each resource tells its head, little
+// the file is passed over. Resources that share bytes so often that four times the module's length would be read end
+// the enumeration. With KQTAG_ResourceStripHead the first word of each resource tells its head, little
 // end first: 1, no name, the data begin 2 bytes on; 3, a zero-ended name at offset 2, the data begin behind its zero;
 // anything else is no head. Either ID tag turns the range on, in which a resource without a number never is. Returns 1
 // in every case. For the library's own thread.

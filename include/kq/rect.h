@@ -27,5 +27,5 @@ struct KQRectT {
     bool Empty() const { return !(width > 0) || !(height > 0); }
 };
 
-extern template class KQ_API KQRectT<long>;
-extern template class KQ_API KQRectT<double>;
+extern template struct KQ_API KQRectT<long>;
+extern template struct KQ_API KQRectT<double>;

@@ -2,8 +2,10 @@
 #include <filesystem>
 
 #include "Source/Startup.h"
+#include "kq/filespec.h"
 #include "kq/clip.h"
 #include "kq/enumerate.h"
+#include "kq/filespec.h"
 #include "kq/formats.h"
 #include "kq/frames.h"
 #include "kq/plugins.h"

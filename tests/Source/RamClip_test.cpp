@@ -30,6 +30,7 @@ protected:
     // Adds a frame of one colour.
     int Add(u32 colour, i32 width = 6, i32 height = 4) {
         KQBitmap* bitmap = AllocBitmapKQ(width, height, 32);
+        if (!bitmap) return 0;
         FillBitmapKQ(bitmap, colour);
         int added = AddFrameKQ(clip, bitmap, nullptr, nullptr, nullptr);
         FreeBitmapKQ(bitmap);

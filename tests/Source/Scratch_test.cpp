@@ -4,6 +4,7 @@
 #include "Source/Startup.h"
 #include "kq/clip.h"
 #include "kq/files.h"
+#include "pal/file.h"
 #include "pal/lock.h"
 #include "support/Fixture.h"
 
@@ -34,12 +35,15 @@ protected:
 
     std::string Below(const std::string& folder) { return Folder() + folder; }
 
-    // Runs the other program in this test's folder and returns the name that it printed.
+    // Runs the other program in this test's folder and returns the name that it printed. The shell of Windows takes
+    // a pair of quotes around the whole line, and a backslash in front of a quote is doubled.
     std::string RunOther(const std::string& mode) {
-        std::string command = "\"\"" + std::string(KQEnv->AppDir) + "ScratchUser\" \"" + Folder() + "\\\" " + mode + "\"";
-#if !defined(_WIN32)
-        command = "\"" + std::string(KQEnv->AppDir) + "ScratchUser\" \"" + Folder() + "\" " + mode;
-#endif
+        bool windows = pal::Separator() == '\\';
+        std::string command = windows ? "\"" : "";
+        for (const std::string& piece : {std::string("\""), std::string(KQEnv->AppDir), std::string("ScratchUser\" \""),
+                                         Folder(), std::string(windows ? "\\\" " : "\" "), mode})
+            command.append(piece);
+        if (windows) command.push_back('"');
         FILE* output = popen(command.c_str(), "r");
         char line[512] = "";
         EXPECT_NE(std::fgets(line, sizeof line, output), nullptr);

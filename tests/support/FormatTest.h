@@ -2,6 +2,11 @@
 // slots are called as the clip layer calls them.
 #pragma once
 
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -27,6 +32,21 @@ inline void Put32(Bytes& bytes, u32 value) {
 
 inline void PutText(Bytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
 
+#if !defined(_WIN32)
+// Runs the ffmpeg program quietly; its exit code.
+int RunFfmpeg(const std::string& arguments);
+
+// While it lives no file of this process grows past `bytes`, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(size_t bytes);
+    ~FileSizeLimit();
+
+private:
+    u64 kept_[2];
+};
+#endif
+
 class FormatTest : public KQTest {
 protected:
     FormatTest(KQFormatDesc* (*make)(), const char* name) : make_(make), name_(name) {}
@@ -50,7 +70,7 @@ protected:
         auto made = static_cast<KQClip*>(AllocMemoryKQ(sizeof(KQClip), KQMEM_Clear));
         made->format = module;
         made->fileSpec = static_cast<char*>(AllocMemoryKQ(file.size() + 1, 0));
-        memcpy(made->fileSpec, file.c_str(), file.size() + 1);
+        std::memcpy(made->fileSpec, file.c_str(), file.size() + 1);
         made->sourceRate = 30.0;
         made->alphaMode = 2;
         made->backgroundColor = 0xFF000000;
@@ -76,7 +96,7 @@ protected:
 
     Bytes FrameOf(KQClip* from, i32 frame) {
         KQBitmap* bitmap = AllocBitmapKQ(from->width, from->height, 32);
-        memset(bitmap->data, 0xA5, size_t(bitmap->dataSize));
+        std::memset(bitmap->data, 0xA5, size_t(bitmap->dataSize));
         i32 done = module->GetFrame(from, bitmap, frame, nullptr, from->width, from->height, 0);
         Bytes pixels;
         if (done) pixels.assign(bitmap->data, bitmap->data + bitmap->dataSize);
@@ -97,7 +117,7 @@ protected:
     // Adds a frame of the clip's size with these pixels.
     bool Add(const Bytes& pixels, i32 frame) {
         KQBitmap* bitmap = AllocBitmapKQ(clip->width, clip->height, 32);
-        memcpy(bitmap->data, pixels.data(), size_t(bitmap->dataSize));
+        std::memcpy(bitmap->data, pixels.data(), size_t(bitmap->dataSize));
         KQRectT<long> all = {0, 0, bitmap->width, bitmap->height};
         bool added = module->AddFrame(clip, bitmap, frame, &all) != 0;
         FreeBitmapKQ(bitmap);
@@ -106,6 +126,48 @@ protected:
 
     void Close() { module->Close(clip); }
 
+    // Opens the file that was written with a fresh clip.
+    bool Reopen() {
+        FreeClip(clip);
+        clip = NewClip(path);
+        return Open();
+    }
+
+    // Pixels of random bytes, in runs of random length when `runs` is set. The seed is printed with a failure.
+    Bytes RandomPixels(i32 width, i32 height, bool runs = false) {
+        Bytes pixels(size_t(width) * size_t(height) * 4);
+        for (size_t i = 0; i < pixels.size();) {
+            size_t count = runs && random() % 2 ? random() % 300 + 1 : 1;
+            u8 pixel[4];
+            for (u8& byte : pixel) byte = u8(random() % (runs ? 3 : 256));
+            for (; count > 0 && i < pixels.size(); --count, i += 4) std::memcpy(&pixels[i], pixel, 4);
+        }
+        return pixels;
+    }
+
+    // Makes the n-th call of the file layer from now on fail, and no other.
+    static void FailFileCall(i64 n) { kq::fileFaults.Set(n, true); }
+
+    // Makes the file, all zero and without taking room on the disk.
+    bool MakeSparse(i64 length) {
+        WriteWholeFile(path, "");
+        std::error_code error;
+        std::filesystem::resize_file(path, u64(length), error);
+        return !error;
+    }
+
+    // Overwrites a part of the file.
+    void WriteAt(i64 offset, const Bytes& bytes) {
+        std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+        file.seekp(offset);
+        file.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+        ASSERT_TRUE(file.flush());
+    }
+
+    u32 seed = std::random_device()();
+    std::mt19937 random{seed};
+    testing::ScopedTrace trace{__FILE__, __LINE__, "seed " + std::to_string(seed)};
+    KQBitmap* small = nullptr;
     KQFormatDesc* module = nullptr;
     KQClip* clip = nullptr;
     std::string path;

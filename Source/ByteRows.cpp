@@ -1,0 +1,208 @@
+// Rows of plain bytes. Big copies of rectangles go past the caches: they would only push out what is still needed, and
+// a store that fills a whole line need not fetch it first.
+#include "Source/ByteRows.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "Source/Parallel.h"
+
+namespace kq {
+
+namespace {
+
+constexpr i64 kStreamBytes = i64(16) << 20;
+
+// Pixels that a copy of `bytes` bytes counts for, when it is shared.
+constexpr i64 kBytesAPixel = 4;
+
+#if defined(KQ_SIMD_X86)
+
+i64 BytesToAlignment(const u8* to, i64 alignment, i64 bytes) {
+    return std::min(i64(-reinterpret_cast<uptr>(to) & uptr(alignment - 1)), bytes);
+}
+
+KQ_TARGET_AVX512 void StreamAvx512(const u8* from, u8* to, i64 bytes) {
+    i64 i = BytesToAlignment(to, 64, bytes);
+    std::memcpy(to, from, size_t(i));
+    for (; i + 64 <= bytes; i += 64)
+        _mm512_stream_si512(reinterpret_cast<__m512i*>(to + i), _mm512_loadu_si512(from + i));
+    std::memcpy(to + i, from + i, size_t(bytes - i));
+}
+
+KQ_TARGET_AVX2 void StreamAvx2(const u8* from, u8* to, i64 bytes) {
+    i64 i = BytesToAlignment(to, 32, bytes);
+    std::memcpy(to, from, size_t(i));
+    for (; i + 32 <= bytes; i += 32)
+        _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i),
+                            _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + i)));
+    std::memcpy(to + i, from + i, size_t(bytes - i));
+}
+
+// Fills whole registers; returns the bytes done.
+KQ_TARGET_AVX2 i64 FillAvx2(u8* to, i64 bytes, u32 pattern) {
+    __m256i words = _mm256_set1_epi32(i32(pattern));
+    i64 i = 0;
+    for (; i + 64 <= bytes; i += 64) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + i), words);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + i + 32), words);
+    }
+    return i;
+}
+
+KQ_TARGET_AVX512 i64 FillAvx512(u8* to, i64 bytes, u32 pattern) {
+    __m512i words = _mm512_set1_epi32(i32(pattern));
+    i64 i = 0;
+    for (; i + 64 <= bytes; i += 64) _mm512_storeu_si512(to + i, words);
+    return i;
+}
+
+// Sets the first byte of whole groups of 8 pixels; returns the pixels done.
+KQ_TARGET_AVX2 i64 FirstAvx2(u8* to, i64 pixels, u8 value) {
+    __m256i values = _mm256_set1_epi32(value), colours = _mm256_set1_epi32(i32(0xFFFFFF00));
+    i64 i = 0;
+    for (; i + 8 <= pixels; i += 8) {
+        __m256i* place = reinterpret_cast<__m256i*>(to + i * 4);
+        _mm256_storeu_si256(place, _mm256_or_si256(_mm256_and_si256(_mm256_loadu_si256(place), colours), values));
+    }
+    return i;
+}
+
+#endif
+
+void StreamRow(const u8* from, u8* to, i64 bytes, [[maybe_unused]] Simd level) {
+#if defined(KQ_SIMD_X86)
+    if (level == Simd::Avx512) return StreamAvx512(from, to, bytes);
+    if (level == Simd::Avx2) return StreamAvx2(from, to, bytes);
+#endif
+    std::memcpy(to, from, size_t(bytes));
+}
+
+struct CopyWork {
+    const RowCopy& copy;
+    bool stream;
+    Simd level;
+};
+
+void CopyShare(i64 top, i64 bottom, const void* data) {
+    auto& work = *static_cast<const CopyWork*>(data);
+    for (i64 y = top; y < bottom; ++y) {
+        const u8* from = work.copy.from + y * work.copy.fromStep;
+        u8* to = work.copy.to + y * work.copy.toStep;
+        if (work.stream)
+            StreamRow(from, to, work.copy.bytes, work.level);
+        else
+            std::memcpy(to, from, size_t(work.copy.bytes));
+    }
+}
+
+// A block as rows of this size, so that it can be shared.
+constexpr i64 kPieceBytes = 4096;
+
+struct FillWork {
+    u8* to;
+    i64 bytes;
+    u32 pattern;
+    Simd level;
+};
+
+void FillPlain(u8* to, i64 bytes, u32 pattern) {
+    i64 words = bytes / 4;
+    for (i64 i = 0; i < words; ++i) std::memcpy(to + i * 4, &pattern, 4);
+    std::memcpy(to + words * 4, &pattern, size_t(bytes - words * 4));
+}
+
+// The stores stay in order and in the caches, as the C library's do: a fill is nearly always followed by drawing.
+void FillRow(u8* to, i64 bytes, u32 pattern, [[maybe_unused]] Simd level) {
+    if ((pattern & 255) * 0x01010101u == pattern) {
+        std::memset(to, int(pattern & 255), size_t(bytes));
+        return;
+    }
+    i64 done = 0;
+#if defined(KQ_SIMD_X86)
+    if (level == Simd::Avx512) done = FillAvx512(to, bytes, pattern);
+    if (level == Simd::Avx2) done = FillAvx2(to, bytes, pattern);
+#endif
+    FillPlain(to + done, bytes - done, pattern);
+}
+
+void FillShare(i64 first, i64 last, const void* data) {
+    auto& work = *static_cast<const FillWork*>(data);
+    i64 start = first * kPieceBytes, end = std::min(last * kPieceBytes, work.bytes);
+    FillRow(work.to + start, end - start, work.pattern, work.level);
+}
+
+struct BlockWork {
+    const u8* from;
+    u8* to;
+    i64 bytes;
+};
+
+void BlockShare(i64 first, i64 last, const void* data) {
+    auto& work = *static_cast<const BlockWork*>(data);
+    i64 start = first * kPieceBytes, end = std::min(last * kPieceBytes, work.bytes);
+    std::memcpy(work.to + start, work.from + start, size_t(end - start));
+}
+
+constexpr i64 kPiecePixels = 1024;
+
+struct FirstWork {
+    u8* to;
+    i64 pixels;
+    u8 value;
+    Simd level;
+};
+
+void FirstPlain(u8* to, i64 pixels, u8 value) {
+    for (i64 i = 0; i < pixels; ++i) to[i * 4] = value;
+}
+
+void FirstRow(u8* to, i64 pixels, u8 value, [[maybe_unused]] Simd level) {
+#if defined(KQ_SIMD_X86)
+    if (level != Simd::Plain) {
+        i64 done = FirstAvx2(to, pixels, value);
+        to += done * 4;
+        pixels -= done;
+    }
+#endif
+    FirstPlain(to, pixels, value);
+}
+
+void FirstShare(i64 first, i64 last, const void* data) {
+    auto& work = *static_cast<const FirstWork*>(data);
+    i64 start = first * kPiecePixels, end = std::min(last * kPiecePixels, work.pixels);
+    FirstRow(work.to + start * 4, end - start, work.value, work.level);
+}
+
+}   // namespace
+
+void CopyByteRows(const RowCopy& work, Simd level) {
+    if (work.bytes <= 0 || work.rows <= 0) return;
+    CopyWork copy{work, work.bytes * work.rows >= kStreamBytes && work.bytes >= 256, level};
+    ShareRows(CopyShare, &copy, work.rows, work.bytes * work.rows / kBytesAPixel);
+}
+
+// The C library's own copy is at the limit already, so a block goes to it in one piece, or one a processor.
+void CopyBlock(const u8* from, u8* to, i64 bytes) {
+    bool apart = from + bytes <= to || to + bytes <= from;
+    if (bytes <= 0) return;
+    if (!apart) {
+        std::memmove(to, from, size_t(bytes));
+        return;
+    }
+    BlockWork work{from, to, bytes};
+    ShareRows(BlockShare, &work, (bytes + kPieceBytes - 1) / kPieceBytes, bytes / kBytesAPixel);
+}
+
+void FillBlock(u8* to, i64 bytes, u32 pattern, Simd level) {
+    if (bytes <= 0) return;
+    FillWork work{to, bytes, pattern, level};
+    ShareRows(FillShare, &work, (bytes + kPieceBytes - 1) / kPieceBytes, bytes / kBytesAPixel);
+}
+
+void FillFirstBytes(u8* to, i64 pixels, u8 value, Simd level) {
+    FirstWork work{to, pixels, value, level};
+    ShareRows(FirstShare, &work, (pixels + kPiecePixels - 1) / kPiecePixels, pixels);
+}
+
+}   // namespace kq
