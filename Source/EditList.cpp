@@ -16,7 +16,7 @@ namespace {
 constexpr i32 kGrowth = 32;
 
 // Runs that one entry of the index covers, and the longest list that does without.
-constexpr i32 kBlock = 32;
+constexpr i32 kBlock = 16;
 constexpr i32 kWalked = 256;
 
 // The index over a long list, in one block of memory with its table.
