@@ -6,6 +6,7 @@
 
 #include "PcSource/NativeRecord.h"
 #include "Source/Alloc.h"
+#include "Source/ByteRows.h"
 #include "Source/Channels.h"
 #include "Source/Pixels.h"
 #include "Source/SizeGate.h"
@@ -120,6 +121,11 @@ void FillBitmapKQ(KQNativeBitmap* bitmap, u32 colour) {
     u16 word = kq::Pack555(blue, green, red);
     u8 bytes[4] = {blue, green, red, 0};
     const void* pixel = bitmap->depth == 16 ? static_cast<const void*>(&word) : bytes;
-    for (i32 y = 0; y < bitmap->height; ++y)
-        for (i32 x = 0; x < bitmap->width; ++x) std::memcpy(PixelAt(bitmap, x, y), pixel, size_t(bitmap->pixelBytes));
+    if (bitmap->height <= 0) return;
+    u8* top = PixelAt(bitmap, 0, 0);
+    for (i64 x = 0; x < bitmap->width; ++x)
+        std::memcpy(top + x * bitmap->pixelBytes, pixel, size_t(bitmap->pixelBytes));
+    // The other rows take the first one's bytes.
+    kq::CopyByteRows({top, 0, top + bitmap->rowBytes, bitmap->rowBytes, i64(bitmap->width) * bitmap->pixelBytes,
+                      i64(bitmap->height) - 1});
 }

@@ -1,9 +1,8 @@
-// Rows of plain bytes. Big targets go past the caches: they would only push out what is still needed, and a store that
-// fills a whole line need not fetch it first.
+// Rows of plain bytes. Big copies of rectangles go past the caches: they would only push out what is still needed, and
+// a store that fills a whole line need not fetch it first.
 #include "Source/ByteRows.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "Source/Parallel.h"
@@ -12,7 +11,7 @@ namespace kq {
 
 namespace {
 
-constexpr i64 kStreamBytes = i64(1) << 20;
+constexpr i64 kStreamBytes = i64(16) << 20;
 
 // Pixels that a copy of `bytes` bytes counts for, when it is shared.
 constexpr i64 kBytesAPixel = 4;
@@ -40,14 +39,21 @@ KQ_TARGET_AVX2 void StreamAvx2(const u8* from, u8* to, i64 bytes) {
     std::memcpy(to + i, from + i, size_t(bytes - i));
 }
 
-// Fills whole lines; returns the bytes done. `to` is aligned.
-KQ_TARGET_AVX2 i64 StreamFill(u8* to, i64 bytes, u32 pattern) {
+// Fills whole registers; returns the bytes done.
+KQ_TARGET_AVX2 i64 FillAvx2(u8* to, i64 bytes, u32 pattern) {
     __m256i words = _mm256_set1_epi32(i32(pattern));
     i64 i = 0;
     for (; i + 64 <= bytes; i += 64) {
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i), words);
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i + 32), words);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + i), words);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to + i + 32), words);
     }
+    return i;
+}
+
+KQ_TARGET_AVX512 i64 FillAvx512(u8* to, i64 bytes, u32 pattern) {
+    __m512i words = _mm512_set1_epi32(i32(pattern));
+    i64 i = 0;
+    for (; i + 64 <= bytes; i += 64) _mm512_storeu_si512(to + i, words);
     return i;
 }
 
@@ -106,25 +112,36 @@ void FillPlain(u8* to, i64 bytes, u32 pattern) {
     std::memcpy(to + words * 4, &pattern, size_t(bytes - words * 4));
 }
 
-// Big fills go past the caches, from the first aligned byte on, where the pattern has turned by `skip` bytes.
-void FillRow(u8* to, i64 bytes, u32 pattern, bool stream, [[maybe_unused]] Simd level) {
-#if defined(KQ_SIMD_X86)
-    if (stream && level != Simd::Plain) {
-        i64 skip = BytesToAlignment(to, 64, bytes);
-        FillPlain(to, skip, pattern);
-        pattern = std::rotr(pattern, int(skip % 4 * 8));
-        i64 done = skip + StreamFill(to + skip, bytes - skip, pattern);
-        to += done;
-        bytes -= done;
+// The stores stay in order and in the caches, as the C library's do: a fill is nearly always followed by drawing.
+void FillRow(u8* to, i64 bytes, u32 pattern, [[maybe_unused]] Simd level) {
+    if ((pattern & 255) * 0x01010101u == pattern) {
+        std::memset(to, int(pattern & 255), size_t(bytes));
+        return;
     }
+    i64 done = 0;
+#if defined(KQ_SIMD_X86)
+    if (level == Simd::Avx512) done = FillAvx512(to, bytes, pattern);
+    if (level == Simd::Avx2) done = FillAvx2(to, bytes, pattern);
 #endif
-    FillPlain(to, bytes, pattern);
+    FillPlain(to + done, bytes - done, pattern);
 }
 
 void FillShare(i64 first, i64 last, const void* data) {
     auto& work = *static_cast<const FillWork*>(data);
     i64 start = first * kPieceBytes, end = std::min(last * kPieceBytes, work.bytes);
-    FillRow(work.to + start, end - start, work.pattern, work.bytes >= kStreamBytes, work.level);
+    FillRow(work.to + start, end - start, work.pattern, work.level);
+}
+
+struct BlockWork {
+    const u8* from;
+    u8* to;
+    i64 bytes;
+};
+
+void BlockShare(i64 first, i64 last, const void* data) {
+    auto& work = *static_cast<const BlockWork*>(data);
+    i64 start = first * kPieceBytes, end = std::min(last * kPieceBytes, work.bytes);
+    std::memcpy(work.to + start, work.from + start, size_t(end - start));
 }
 
 constexpr i64 kPiecePixels = 1024;
@@ -165,15 +182,16 @@ void CopyByteRows(const RowCopy& work, Simd level) {
     ShareRows(CopyShare, &copy, work.rows, work.bytes * work.rows / kBytesAPixel);
 }
 
+// The C library's own copy is at the limit already, so a block goes to it in one piece, or one a processor.
 void CopyBlock(const u8* from, u8* to, i64 bytes) {
     bool apart = from + bytes <= to || to + bytes <= from;
-    if (!apart || bytes < kStreamBytes) {
-        if (bytes > 0) std::memmove(to, from, size_t(bytes));
+    if (bytes <= 0) return;
+    if (!apart) {
+        std::memmove(to, from, size_t(bytes));
         return;
     }
-    i64 rows = bytes / kPieceBytes, rest = bytes - rows * kPieceBytes;
-    CopyByteRows({from, kPieceBytes, to, kPieceBytes, kPieceBytes, rows});
-    std::memcpy(to + bytes - rest, from + bytes - rest, size_t(rest));
+    BlockWork work{from, to, bytes};
+    ShareRows(BlockShare, &work, (bytes + kPieceBytes - 1) / kPieceBytes, bytes / kBytesAPixel);
 }
 
 void FillBlock(u8* to, i64 bytes, u32 pattern, Simd level) {

@@ -16,12 +16,12 @@ namespace {
 constexpr i32 kGrowth = 32;
 
 // Runs that one entry of the index covers, and the longest list that does without.
-constexpr i32 kBlock = 64;
+constexpr i32 kBlock = 32;
 constexpr i32 kWalked = 256;
 
 // Blocks that each look-up compares with the list, in rotation: a count changed behind the library's back comes to
 // light soon even when the frame asked for lies elsewhere.
-constexpr i32 kCompared = 4;
+constexpr i32 kCompared = 1;
 
 // The index over a long list, in one block of memory with its table.
 struct EditIndex {

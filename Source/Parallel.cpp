@@ -1,6 +1,8 @@
 // Rows of pixels shared by the processors, through the fork that the library's own thread has.
 #include "Source/Parallel.h"
 
+#include <atomic>
+
 #include "kq/tasks.h"
 
 namespace kq {
@@ -18,17 +20,23 @@ struct SharedWork {
     i64 rows;
 };
 
+// Stores that went past the caches are only ordered by a fence; behind it every thread sees them.
+void Run(const SharedWork& work, i64 top, i64 bottom) {
+    work.routine(top, bottom, work.data);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+}
+
 int DoSlice(i32 slice, i32 slices, void* data) {
     auto* work = static_cast<SharedWork*>(data);
-    work->routine(work->rows * (slice - 1) / slices, work->rows * slice / slices, work->data);
+    Run(*work, work->rows * (slice - 1) / slices, work->rows * slice / slices);
     return 1;
 }
 
 }   // namespace
 
 void ShareRows(RangeRoutine routine, const void* data, i64 rows, i64 pixels) {
-    if (pixels < kSharedPixels || !ownThread || GetProcessorsKQ() < 2) return routine(0, rows, data);
     SharedWork work{routine, data, rows};
+    if (pixels < kSharedPixels || !ownThread || GetProcessorsKQ() < 2) return Run(work, 0, rows);
     MPForkKQ(DoSlice, &work, GetProcessorsKQ());
 }
 

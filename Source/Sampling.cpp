@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "Source/Parallel.h"
+#include "Source/Reverse32.h"
 #include "Source/Shuffle.h"
 #include "Source/Words555.h"
 
@@ -12,8 +13,9 @@ namespace kq {
 
 namespace {
 
-// Targets from this size on go past the caches: the frame would push out its own source.
-constexpr i64 kStreamBytes = i64(1) << 20;
+// Targets from this size on go past the caches: the frame would push out its own source. Smaller ones are worth
+// keeping for who reads them next.
+constexpr i64 kStreamBytes = i64(16) << 20;
 
 // Rows from which on a table is worth making.
 constexpr i64 kTableRows = 3;
@@ -65,7 +67,10 @@ i64 HeadOf(const Sampling& work, const u8* strip, i64 targetBytes, i64 size, boo
     return *aligned && gap > 0 ? gap : size;
 }
 
-bool WantsStream(const Sampling& work, Form to) { return work.width * PixelBytes(to) * work.rows >= kStreamBytes; }
+// A target that is read, for the byte that stays, is in the caches already.
+bool WantsStream(const Sampling& work, Form to) {
+    return to != Form::Bgrx && work.width * PixelBytes(to) * work.rows >= kStreamBytes;
+}
 
 // One strip with its table, whose rows the processors share.
 template <class Table>
@@ -94,7 +99,7 @@ void LaneRows(i64 top, i64 bottom, const void* data) {
 template <class Table>
 i64 MakeNarrowest(const Sampling& work, Form from, Form to, i64 first, i64 count, i64 head, Table* table) {
     if constexpr (Table::kSize == 16) return MakeTable(work, from, to, first, count, head, 32, table) ? 32 : 0;
-    for (i64 window : {64, 128})
+    for (i64 window : {64, 128, 256})
         if (MakeTable(work, from, to, first, count, head, window, table)) return window;
     return 0;
 }
@@ -131,11 +136,36 @@ bool SampleShuffled(const Sampling& work, Form from, Form to, RowsCall plain, Si
     return SampleByTables<WideTable>(work, from, to, plain, WideRows);
 }
 
+// Rows whose pixels follow each other on both sides.
 struct WordWork {
     const Sampling& work;
     bool stream;
     Simd level;
 };
+
+void ToNativeRows(i64 top, i64 bottom, const void* data) {
+    auto& words = *static_cast<const WordWork*>(data);
+    for (i64 y = top; y < bottom; ++y)
+        ReverseToNative(SourceRow(words.work, y) + (words.work.startX >> 16) * 4, TargetRow(words.work, y),
+                        words.work.width, words.level);
+}
+
+void ToPortableRows(i64 top, i64 bottom, const void* data) {
+    auto& words = *static_cast<const WordWork*>(data);
+    for (i64 y = top; y < bottom; ++y)
+        ReverseToPortable(SourceRow(words.work, y) + (words.work.startX >> 16) * 4, TargetRow(words.work, y),
+                          words.work.width, words.stream, words.level);
+}
+
+// Between the two pixels of 32 bits, column by column.
+bool SampleReversed(const Sampling& work, Form from, Form to, Simd level) {
+    bool toNative = from == Form::Argb && to == Form::Bgrx;
+    bool toPortable = (from == Form::Bgrx || from == Form::Bgr) && to == Form::Argb;
+    if (work.stepX != 65536 || work.fromBytes != 4 || !(toNative || toPortable)) return false;
+    WordWork words{work, WantsStream(work, to), level};
+    ShareRows(toNative ? ToNativeRows : ToPortableRows, &words, work.rows, work.width * work.rows);
+    return true;
+}
 
 void PackRows(i64 top, i64 bottom, const void* data) {
     auto& words = *static_cast<const WordWork*>(data);
@@ -206,6 +236,7 @@ void ShareOfPlain(i64 top, i64 bottom, const void* data) {
 void SamplePixels(const Sampling& work, Form from, Form to, Simd level) {
     if (work.width <= 0 || work.rows <= 0) return;
     RowsCall plain = PlainRowsOf(from, to);
+    if (SampleReversed(work, from, to, level)) return;
     if (SampleShuffled(work, from, to, plain, level) || SampleWords(work, from, to, level)) return;
     PlainWork all{work, plain};
     ShareRows(ShareOfPlain, &all, work.rows, work.width * work.rows);

@@ -117,38 +117,43 @@ bool MakeTable(const Sampling& work, Form from, Form to, i64 first, i64 count, i
 
 namespace {
 
-// The bytes of one entry, in place. `wide`: the window has 128 bytes.
-template <bool wide>
+// The bytes of one entry, in place, out of a window of 1, 2 or 4 registers.
+template <i32 registers>
 KQ_TARGET_AVX512 inline __m512i Permuted(const WideTable& table, i64 entry, const u8* from) {
     const u8* window = from + table.window[entry];
     __m512i places = _mm512_load_si512(table.place[entry]);
     __m512i low = _mm512_loadu_si512(window);
     __m512i bytes;
-    if constexpr (wide)
-        bytes = _mm512_permutex2var_epi8(low, places, _mm512_loadu_si512(window + 64));
-    else
+    if constexpr (registers == 1)
         bytes = _mm512_permutexvar_epi8(places, low);
+    else
+        bytes = _mm512_permutex2var_epi8(low, places, _mm512_loadu_si512(window + 64));
+    if constexpr (registers == 4) {
+        __m512i high =
+            _mm512_permutex2var_epi8(_mm512_loadu_si512(window + 128), places, _mm512_loadu_si512(window + 192));
+        bytes = _mm512_mask_mov_epi8(bytes, _mm512_movepi8_mask(places), high);
+    }
     bytes = _mm512_and_si512(bytes, _mm512_load_si512(table.rule.keep));
     return _mm512_or_si512(bytes, _mm512_load_si512(table.rule.set));
 }
 
 // An entry of fewer bytes, or one with bytes that stay.
-template <bool wide>
+template <i32 registers>
 KQ_TARGET_AVX512 inline void PermutePart(const WideTable& table, i64 entry, i64 bytes, const u8* from, u8* to) {
     u64 written = (bytes == 64 ? ~u64(0) : (u64(1) << bytes) - 1) & ~table.rule.stay;
-    _mm512_mask_storeu_epi8(to, written, Permuted<wide>(table, entry, from));
+    _mm512_mask_storeu_epi8(to, written, Permuted<registers>(table, entry, from));
 }
 
-template <bool wide, bool stream>
+template <i32 registers, bool stream>
 KQ_TARGET_AVX512 void PermuteRow(const WideTable& table, const u8* from, u8* to) {
     i64 head = std::min(table.head, table.bytes);
-    PermutePart<wide>(table, 0, head, from, to);
+    PermutePart<registers>(table, 0, head, from, to);
     i64 whole = (table.bytes - head) / 64, entry = 1;
     u8* place = to + head;
     if (table.rule.stay != 0) {
         for (; entry <= whole; ++entry, place += 64) {
             __m512i before = _mm512_loadu_si512(place);
-            __m512i bytes = Permuted<wide>(table, entry, from);
+            __m512i bytes = Permuted<registers>(table, entry, from);
             bytes = _mm512_mask_mov_epi8(bytes, table.rule.stay, before);
             if constexpr (stream)
                 _mm512_stream_si512(reinterpret_cast<__m512i*>(place), bytes);
@@ -157,7 +162,7 @@ KQ_TARGET_AVX512 void PermuteRow(const WideTable& table, const u8* from, u8* to)
         }
     } else {
         for (; entry <= whole; ++entry, place += 64) {
-            __m512i bytes = Permuted<wide>(table, entry, from);
+            __m512i bytes = Permuted<registers>(table, entry, from);
             if constexpr (stream)
                 _mm512_stream_si512(reinterpret_cast<__m512i*>(place), bytes);
             else
@@ -165,16 +170,18 @@ KQ_TARGET_AVX512 void PermuteRow(const WideTable& table, const u8* from, u8* to)
         }
     }
     i64 left = to + table.bytes - place;
-    if (left > 0) PermutePart<wide>(table, entry, left, from, place);
+    if (left > 0) PermutePart<registers>(table, entry, left, from, place);
 }
 
 }   // namespace
 
 void ShuffleRowAvx512(const WideTable& table, i64 window, const u8* from, u8* to, bool stream) {
-    if (window > 64)
-        stream ? PermuteRow<true, true>(table, from, to) : PermuteRow<true, false>(table, from, to);
+    if (window > 128)
+        stream ? PermuteRow<4, true>(table, from, to) : PermuteRow<4, false>(table, from, to);
+    else if (window > 64)
+        stream ? PermuteRow<2, true>(table, from, to) : PermuteRow<2, false>(table, from, to);
     else
-        stream ? PermuteRow<false, true>(table, from, to) : PermuteRow<false, false>(table, from, to);
+        stream ? PermuteRow<1, true>(table, from, to) : PermuteRow<1, false>(table, from, to);
 }
 
 namespace {

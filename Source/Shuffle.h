@@ -35,7 +35,7 @@ struct ShuffleTable {
     i64 Entries() const { return bytes <= head ? 1 : 1 + (bytes - head + size - 1) / size; }
 };
 
-// For registers of 64 bytes: a place is 0 to 127 in a window of 64 or 128 bytes.
+// For registers of 64 bytes: a place is 0 to 255 in a window of 64, 128 or 256 bytes.
 using WideTable = ShuffleTable<64, 64>;
 
 // For lanes of 16 bytes: two rows of 16 places, in the first and the second half of a window of 32 bytes; a place with

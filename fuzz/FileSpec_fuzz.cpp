@@ -1,17 +1,8 @@
 // Persisted file specifications from untrusted bytes, read one behind the other as a project file holds them. The
 // first byte says which tags are given.
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <string>
-
 #include "Source/AskFile.h"
-#include "Source/UserChannel.h"
-#include "kq/environment.h"
+#include "fuzz/Files.h"
 #include "kq/filespec.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -20,45 +11,31 @@ enum : u8 { kNoCheck = 1, kSearch = 2, kTree = 4, kAsk = 8, kFrames = 16, kCount
 
 // A folder to search, with a still and a sequence in it.
 struct SearchFolder {
-    std::string path;
+    fuzz::Folder folder;
+    std::string path = folder.File("");
 
     SearchFolder() {
-        fs::path folder = fs::temp_directory_path() / ("kqfuzz-" + std::to_string(std::random_device()()));
-        fs::create_directories(folder / "deep");
-        for (const char* name : {"a.tga", "x0.tga", "x1.tga", "deep/b.tga"}) std::ofstream(folder / name) << name;
-        path = (folder / "").string();
-    }
-
-    ~SearchFolder() {
-        std::error_code error;
-        fs::remove_all(path, error);
+        std::filesystem::create_directory(folder.File("deep"));
+        for (const char* name : {"a.tga", "x0.tga", "x1.tga", "deep/b.tga"}) std::ofstream(folder.File(name)) << name;
     }
 };
 
-SearchFolder* folder = nullptr;
-
-char* Choose(const char*, const char*) { return MakeFileSpecKQ((folder->path + "x1.tga").c_str()); }
-
-int Agree(kq::UserText, const char*, void*) { return 1; }
-
-void StartLibrary() {
+std::string& SearchPath() {
     static SearchFolder searched;
-    static TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
-    if (KQEnv) return;
-    folder = &searched;
-    InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags);
-    kq::SetUserListener(Agree, nullptr);
-    kq::SetReplacementRequester(Choose);
+    return searched.path;
 }
+
+char* Choose(const char*, const char*) { return MakeFileSpecKQ((SearchPath() + "x1.tga").c_str()); }
 
 }   // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
-    StartLibrary();
+    fuzz::StartLibrary();
+    kq::SetReplacementRequester(Choose);
     if (size < 1) return 0;
     u8 bits = data[0];
     i32 frames[] = {1, 0}, isSequence, framesValid, replaced;
-    char* folders[] = {folder->path.data(), nullptr};
+    char* folders[] = {SearchPath().data(), nullptr};
     auto tag = [&](u8 bit, u32 number) { return bits & bit ? number : u32(KQTAG_Ignore); };
     auto tags = kq::TagArray(tag(kNoCheck, KQTAG_SpecNoCheck), 0, tag(kSearch, KQTAG_SpecSearchDirs), folders,
                              tag(kTree, KQTAG_SpecSearchTree), 0, tag(kAsk, KQTAG_SpecAskReplace), 0,
@@ -76,5 +53,6 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
         }
     }
     CloseFileKQ(file);
+    fuzz::CheckLeaks();
     return 0;
 }

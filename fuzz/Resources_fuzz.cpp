@@ -1,14 +1,9 @@
 // Modules from untrusted bytes: every type that the directory names is counted and enumerated, in both forms.
 #include "Source/PEResources.h"
+#include "fuzz/Files.h"
 #include "kq/enumerate.h"
-#include "kq/environment.h"
 
 namespace {
-
-void StartLibrary() {
-    static TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
-    if (!KQEnv) InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags);
-}
 
 // Reads each byte that the callback may read.
 int ReadAll(KQResource* resource, uptr user) {
@@ -32,7 +27,7 @@ void Enumerate(void* module, const char* type) {
 }   // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
-    StartLibrary();
+    fuzz::StartLibrary();
     kq::ResourceModule* module =
         kq::OpenResources(OpenFileinMemoryKQ(const_cast<u8*>(data), i64(size), KQFILE_Read));
     if (!module) return 0;
@@ -48,5 +43,6 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
             if (kq::ReadName(module, entry, name, sizeof name)) Enumerate(module, name);
         }
     EndResourceAccessKQ(module);
+    fuzz::CheckLeaks();
     return 0;
 }

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "Source/Sequence.h"
-#include "kq/environment.h"
+#include "fuzz/Files.h"
 #include "kq/sequence.h"
 
 namespace {
@@ -45,7 +45,7 @@ void Scan(const std::string& name) {
 
 extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
     if (size < 5 || size > 4000) return 0;
-    if (!KQEnv) InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    fuzz::StartLibrary();
     i32 number = Word(data), skip = i32(i8(data[4]));
     std::string text(reinterpret_cast<const char*>(data + 5), size - 5);
     text = text.c_str();

@@ -892,7 +892,7 @@ TEST_F(EditFrame, CountsWrittenInPlaceElsewhereComeToLightByThemselves) {
     i32 number;
     kq::MapFrame(clip, 39001, &number);
     clip->editList[0].count = 1;
-    for (int i = 0; i < 20000 / 64; ++i) kq::MapFrame(clip, 39001, &number);
+    for (int i = 0; i < 20000 / 32; ++i) kq::MapFrame(clip, 39001, &number);
     EXPECT_EQ(number, 7);
 }
 
@@ -962,6 +962,23 @@ TEST_F(EditFrame, AddFrameThatFailsLeavesACode) {
     desc.AddFrame = nullptr;
     EXPECT_EQ(AddFrameKQ(clip, MakeBitmap(2, 2), nullptr, nullptr, static_cast<TagItem*>(nullptr)), 0);
     EXPECT_EQ(GetErrorKQ(), KQERR_MODULE);
+}
+
+TEST_F(EditFrame, AddFrameOfASequenceNamesTheNextNumber) {
+    module.properties &= ~u32(KQFORMAT_MULTIFRAME);
+    KQClip* clip = Clip(10);
+    clip->fileSpec = CopyFileSpecKQ((Folder() + "out[####].tst").c_str());
+    clip->firstNumber = 100;
+    clip->numberStep = 5;
+    char* kept = clip->fileSpec;
+    EXPECT_EQ(AddFrameKQ(clip, MakeBitmap(2, 2), nullptr, nullptr, static_cast<TagItem*>(nullptr)), 1);
+    ASSERT_EQ(module.added.size(), 1u);
+    EXPECT_EQ(module.added[0].fileSpec, Folder() + "out0150.tst");
+    EXPECT_EQ(clip->fileSpec, kept);
+    clip->firstNumber = 100000;
+    EXPECT_EQ(AddFrameKQ(clip, MakeBitmap(2, 2), nullptr, nullptr, static_cast<TagItem*>(nullptr)), 0);
+    EXPECT_NE(GetErrorKQ(), 0u);
+    EXPECT_EQ(clip->fileSpec, kept);
 }
 
 // Faults.

@@ -1,5 +1,7 @@
 #include "Source/Job.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <map>
 
@@ -271,6 +273,16 @@ TEST_F(Job, JobStartedByAnotherStepsInTheSameRoundWhenItIsStillMarked) {
     scripts[a].step = [&](KQJob*) { StartJobKQ(b, 0); };
     kq::RunJobs();
     EXPECT_EQ(Told(b), "12");
+}
+
+TEST(JobLeftBehind, GoesInTheLeakReport) {
+    ASSERT_NE(kqtest::InitWithoutWindow(), nullptr);
+    ASSERT_NE(AddJobKQ(Obey), nullptr);
+    CleanUpKQ();
+    std::string path = std::getenv("KQLIB_LEAK_REPORT");
+    std::vector<u8> report = kqtest::ReadWholeFile(path);
+    std::remove(path.c_str());
+    EXPECT_NE(std::string(report.begin(), report.end()).find("Source/Job Line: "), std::string::npos);
 }
 
 }   // namespace

@@ -280,6 +280,49 @@ TEST_F(getframe, ClipWithoutModuleFillsAndFailsWithoutCode) {
     clip->format = &desc;
 }
 
+// Sequences.
+
+TEST_F(getframe, SequenceFramePutsItsFileInTheClipForTheCall) {
+    module.properties &= ~u32(KQFORMAT_MULTIFRAME);
+    for (const char* name : {"shot08.tst", "shot09.tst", "shot10.tst"}) kqtest::WriteWholeFile(Folder() + name, "x");
+    KQClip* clip = Clip();
+    std::string spec = Folder() + "shot[##].tst";
+    clip->fileSpec = CopyFileSpecKQ(spec.c_str());
+    clip->sourceFrames = clip->frameCount = 3;
+    clip->frameNumbers = static_cast<i32*>(AllocMemoryKQ(3 * sizeof(i32), 0));
+    for (i32 i = 0; i < 3; ++i) clip->frameNumbers[i] = 8 + i;
+    char* kept = clip->fileSpec;
+    KQBitmap* bitmap = MakeBitmap(8, 6);
+    EXPECT_EQ(Get(clip, bitmap, 1), 1);
+    ASSERT_EQ(module.calls.size(), 1u);
+    EXPECT_EQ(module.calls[0].fileSpec, Folder() + "shot09.tst");
+    EXPECT_EQ(module.calls[0].frame, 0);
+    EXPECT_EQ(clip->fileSpec, kept);
+    module.frameFails = true;
+    EXPECT_EQ(Get(clip, bitmap, 1), 0);
+    EXPECT_EQ(GetErrorKQ(), KQERR_MODULE);
+    EXPECT_EQ(clip->fileSpec, kept);
+}
+
+TEST_F(getframe, MissingSequenceFileFillsAndFailsWithoutTheModule) {
+    module.properties &= ~u32(KQFORMAT_MULTIFRAME);
+    KQClip* clip = Clip();
+    clip->fileSpec = CopyFileSpecKQ((Folder() + "shot[##].tst").c_str());
+    char* kept = clip->fileSpec;
+    KQBitmap* bitmap = MakeBitmap(8, 6);
+    EXPECT_EQ(Get(clip, bitmap, 1), 0);
+    EXPECT_TRUE(AllAre(bitmap, kBackground));
+    EXPECT_TRUE(module.calls.empty());
+    EXPECT_EQ(clip->fileSpec, kept);
+}
+
+TEST_F(getframe, SequenceWithoutASpecificationOrPastItsTableFails) {
+    module.properties &= ~u32(KQFORMAT_MULTIFRAME);
+    KQClip* clip = Clip();
+    EXPECT_EQ(Get(clip, MakeBitmap(8, 6), 1), 0);
+    EXPECT_TRUE(module.calls.empty());
+}
+
 // Fields.
 
 TEST_F(getframe, FieldClipGivesWholeFramesAtTheDefaultDuration) {

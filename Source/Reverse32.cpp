@@ -1,0 +1,72 @@
+// Rows between the portable and the native pixel of 32 bits, eight pixels at a time.
+#include "Source/Reverse32.h"
+
+#include <algorithm>
+
+namespace kq {
+
+namespace {
+
+void ToNativePlain(const u8* from, u8* to, i64 count) {
+    for (i64 i = 0; i < count; ++i) MovePixel<Form::Argb, Form::Bgrx>(from + i * 4, to + i * 4);
+}
+
+void ToPortablePlain(const u8* from, u8* to, i64 count) {
+    for (i64 i = 0; i < count; ++i) MovePixel<Form::Bgrx, Form::Argb>(from + i * 4, to + i * 4);
+}
+
+#if defined(KQ_SIMD_X86)
+
+KQ_TARGET_AVX2 inline __m256i Reversed(const u8* from) {
+    const __m256i order = _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12, 3, 2, 1, 0, 7, 6, 5, 4,
+                                           11, 10, 9, 8, 15, 14, 13, 12);
+    return _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)), order);
+}
+
+KQ_TARGET_AVX2 void ToNativeAvx2(const u8* from, u8* to, i64 count) {
+    const __m256i fourth = _mm256_set1_epi32(i32(0xFF000000));
+    i64 i = 0;
+    for (; i + 8 <= count; i += 8) {
+        __m256i* target = reinterpret_cast<__m256i*>(to + i * 4);
+        __m256i kept = _mm256_and_si256(_mm256_loadu_si256(target), fourth);
+        _mm256_storeu_si256(target, _mm256_or_si256(_mm256_andnot_si256(fourth, Reversed(from + i * 4)), kept));
+    }
+    ToNativePlain(from + i * 4, to + i * 4, count - i);
+}
+
+KQ_TARGET_AVX2 void ToPortableAvx2(const u8* from, u8* to, i64 count, bool stream) {
+    const __m256i opaque = _mm256_set1_epi32(255);
+    i64 gap = i64(-reinterpret_cast<uptr>(to) & 31);
+    i64 i = gap % 4 ? 0 : std::min(gap / 4, count);
+    ToPortablePlain(from, to, i);
+    stream = stream && gap % 4 == 0;
+    for (; i + 8 <= count; i += 8) {
+        __m256i* target = reinterpret_cast<__m256i*>(to + i * 4);
+        __m256i pixels = _mm256_or_si256(Reversed(from + i * 4), opaque);
+        if (stream)
+            _mm256_stream_si256(target, pixels);
+        else
+            _mm256_storeu_si256(target, pixels);
+    }
+    ToPortablePlain(from + i * 4, to + i * 4, count - i);
+}
+
+#endif
+
+}   // namespace
+
+void ReverseToNative(const u8* from, u8* to, i64 count, [[maybe_unused]] Simd level) {
+#if defined(KQ_SIMD_X86)
+    if (level != Simd::Plain) return ToNativeAvx2(from, to, count);
+#endif
+    ToNativePlain(from, to, count);
+}
+
+void ReverseToPortable(const u8* from, u8* to, i64 count, [[maybe_unused]] bool stream, [[maybe_unused]] Simd level) {
+#if defined(KQ_SIMD_X86)
+    if (level != Simd::Plain) return ToPortableAvx2(from, to, count, stream);
+#endif
+    ToPortablePlain(from, to, count);
+}
+
+}   // namespace kq
