@@ -105,18 +105,11 @@ void FreeData(KQFont* font) {
     font->fontBytes = 0;
 }
 
-// Loads the file, finds the tables and computes the scales; false with nothing kept on failure.
+// Loads the file and finds its tables; false with nothing kept on failure.
 bool Load(KQFont* font) {
     size_t directory = 0;
     bool read = font->fontFile ? ReadFromFile(font, &directory) : ReadSelected(font, &directory);
-    if (read && kq::truetype::LocateTables(font, directory)) {
-        u16 units = kq::Big16(font->headTable + 18);
-        if (units != 0) {
-            font->scaleX = font->resolutionX / (units * 72.0) * font->pointSize;
-            font->scaleY = font->resolutionY / (units * 72.0) * font->pointSize;
-            return true;
-        }
-    }
+    if (read && kq::truetype::UseFontData(font, directory)) return true;
     if (read) KQEnv->Error = KQERR_BADDATA;
     FreeData(font);
     return false;

@@ -102,6 +102,8 @@ Table FindTable(const Table& file, size_t directory, u32 tag) {
     return {nullptr, 0};
 }
 
+namespace {
+
 bool LocateTables(KQFont* font, size_t directory) {
     Table file = {font->fontData, size_t(font->fontBytes)};
     KQFontSizes& sizes = font->sizes;
@@ -115,6 +117,17 @@ bool LocateTables(KQFont* font, size_t directory) {
     TakeTable(file, directory, KQCode4("kern"), 0, &font->kernTable, &sizes.kern);
     font->cmapRecord = const_cast<u8*>(ChooseRecord(CmapTable(font)));
     return font->cmapRecord != nullptr;
+}
+
+}   // namespace
+
+bool UseFontData(KQFont* font, size_t directory) {
+    if (!LocateTables(font, directory)) return false;
+    u16 units = Big16(font->headTable + 18);
+    if (units == 0) return false;
+    font->scaleX = font->resolutionX / (units * 72.0) * font->pointSize;
+    font->scaleY = font->resolutionY / (units * 72.0) * font->pointSize;
+    return true;
 }
 
 i32 GlyphOf(const KQFont* font, u8 character) {

@@ -34,9 +34,9 @@ bool FindDirectory(const Table& file, u32 index, size_t* directory);
 // past the end of the file is cut there.
 Table FindTable(const Table& file, size_t directory, u32 tag);
 
-// Points the font's table fields into its `fontData` of `fontBytes` bytes. False when a table is missing or too short
-// for its fixed part.
-bool LocateTables(KQFont* font, size_t directory);
+// Points the font's table fields into its `fontData` of `fontBytes` bytes and computes the scales from its size and
+// resolutions. False when a table is missing or too short for its fixed part, or the em has no units.
+bool UseFontData(KQFont* font, size_t directory);
 
 // The glyph of a character: 0 for one that the font does not know, -1 when the character map cannot tell.
 i32 GlyphOf(const KQFont* font, u8 character);
