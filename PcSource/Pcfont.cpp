@@ -79,7 +79,8 @@ bool ReadSelected(KQFont* font, size_t* directory) {
     pal::FontSelection selection = SelectionOf(font);
     i64 length = pal::FontFileLength(selection);
     if (length > 0) {
-        font->fontData = static_cast<u8*>(KQ_ALLOC(size_t(length), 0));
+        // The bare form, here and for files: the guarded one fills what the read is about to.
+        font->fontData = static_cast<u8*>(AllocMemoryKQ(size_t(length), 0));
         if (!font->fontData) return false;
         font->fontBytes = u64(length);
         if (pal::ReadFontFile(selection, font->fontData, size_t(length), directory)) return true;
@@ -98,7 +99,9 @@ bool ReadFromFile(KQFont* font, size_t* directory) {
 }
 
 void FreeData(KQFont* font) {
+    KQ_FREE(font->kernIndex);
     KQ_FREE(font->fontData);
+    font->kernIndex = nullptr;
     font->fontData = font->cmapTable = font->cmapRecord = font->glyfTable = font->locaTable = font->headTable = nullptr;
     font->hheaTable = font->hmtxTable = font->kernTable = nullptr;
     font->sizes = {};

@@ -140,7 +140,8 @@ u8* ReadAll(KQFileInfo* file, u64* length) {
         KQEnv->Error = KQERR_BADDATA;
         return nullptr;
     }
-    u8* data = static_cast<u8*>(KQ_ALLOC(size_t(bytes), 0));
+    // The bare form: the guarded one would fill what the read is about to, twice.
+    u8* data = static_cast<u8*>(AllocMemoryKQ(size_t(bytes), 0));
     if (!data) return nullptr;
     if (ReadFileAt(file, 0, data, size_t(bytes)) == bytes) {
         *length = u64(bytes);

@@ -79,7 +79,8 @@ private:
     static constexpr size_t kStep = 1024;
 
     bool Resize(size_t room) {
-        u8* larger = static_cast<u8*>(KQ_ALLOC(room, 0));
+        // The bare form: the guarded one fills the block twice, which costs more than the whole outline.
+        u8* larger = static_cast<u8*>(AllocMemoryKQ(room, 0));
         if (!larger) return false;
         if (used_) std::memcpy(larger, block_, used_);
         KQ_FREE(block_);
@@ -363,20 +364,98 @@ u32 MetricsGlyph(const KQFont* font, u32 glyph) {
 
 constexpr size_t kKernPairs = 18, kKernPair = 6;
 
-// The value of a pair in the first subtable, in font units.
-i16 KernOf(const KQFont* font, u32 left, u32 right) {
-    Table kern = {font->kernTable, font->sizes.kern};
-    if (!kern.data || !kern.Has(0, kKernPairs) || kern.U16(2) == 0) return 0;
-    size_t low = 0, high = kern.U16(10), room = (kern.size - kKernPairs) / kKernPair;
-    if (high > room) high = room;
-    u32 key = left << 16 | right;
-    while (low < high) {
-        size_t middle = (low + high) / 2, at = kKernPairs + middle * kKernPair;
-        u32 pair = kern.U32(at);
-        if (pair == key) return kern.I16(at + 4);
-        pair < key ? low = middle + 1 : high = middle;
+// The pairs of the first subtable, as many as there are room for.
+struct KernPairs {
+    const u8* pairs;
+    u32 count;
+
+    u32 Key(u32 i) const { return kq::Big32(pairs + i * kKernPair); }
+
+    i16 Value(u32 i) const { return i16(kq::Big16(pairs + i * kKernPair + 4)); }
+
+    // The value of `key` among the pairs from `low` to in front of `high`.
+    i16 Find(u32 key, u32 low, u32 high) const {
+        while (low < high) {
+            u32 middle = (low + high) / 2, pair = Key(middle);
+            if (pair == key) return Value(middle);
+            pair < key ? low = middle + 1 : high = middle;
+        }
+        return 0;
     }
-    return 0;
+};
+
+KernPairs PairsOf(const KQFont* font) {
+    Table kern = {font->kernTable, font->sizes.kern};
+    if (!kern.data || !kern.Has(0, kKernPairs) || kern.U16(2) == 0) return {nullptr, 0};
+    u32 claimed = kern.U16(10), room = u32((kern.size - kKernPairs) / kKernPair);
+    return {kern.data + kKernPairs, claimed < room ? claimed : room};
+}
+
+// Where the search for a pair of characters may begin and end. It narrows the search and holds no value.
+struct KernIndex {
+    i32 glyphs[256];
+    u16 first[256];   // of the pairs with this character on the left
+    u16 count[256];
+};
+
+// Whether every key is larger than the one before. Only then a narrowed search finds what a whole one finds.
+bool IsOrdered(const KernPairs& pairs) {
+    for (u32 i = 1; i < pairs.count; ++i)
+        if (pairs.Key(i) <= pairs.Key(i - 1)) return false;
+    return true;
+}
+
+// The first pair whose key is not below `key`.
+u32 LowerBound(const KernPairs& pairs, u64 key) {
+    u32 low = 0, high = pairs.count;
+    while (low < high) {
+        u32 middle = (low + high) / 2;
+        pairs.Key(middle) < key ? low = middle + 1 : high = middle;
+    }
+    return low;
+}
+
+void FillIndex(const KQFont* font, const KernPairs& pairs, KernIndex* index) {
+    bool ordered = IsOrdered(pairs);
+    for (u32 c = 0; c < 256; ++c) {
+        i32 glyph = GlyphOf(font, u8(c));
+        u32 first = 0, end = pairs.count;
+        if (glyph < 0) {
+            end = 0;
+        } else if (ordered) {
+            first = LowerBound(pairs, u64(glyph) << 16);
+            end = LowerBound(pairs, u64(glyph + 1) << 16);
+        }
+        index->glyphs[c] = glyph;
+        index->first[c] = u16(first);
+        index->count[c] = u16(end - first);
+    }
+}
+
+// The font's index, made at the first use; null when there is no memory for it.
+const KernIndex* IndexOf(KQFont* font, const KernPairs& pairs) {
+    if (font->kernIndex) return static_cast<KernIndex*>(font->kernIndex);
+    u32 error = KQEnv->Error;
+    auto* index = static_cast<KernIndex*>(KQ_ALLOC(sizeof(KernIndex), 0));
+    if (index)
+        FillIndex(font, pairs, index);
+    else
+        KQEnv->Error = error;
+    font->kernIndex = index;
+    return index;
+}
+
+// The kerning of two characters in font units.
+i16 KernOf(KQFont* font, u8 left, u8 right) {
+    KernPairs pairs = PairsOf(font);
+    if (pairs.count == 0) return 0;
+    const KernIndex* index = IndexOf(font, pairs);
+    i32 first = index ? index->glyphs[left] : GlyphOf(font, left);
+    i32 second = index ? index->glyphs[right] : GlyphOf(font, right);
+    if (first < 0 || second < 0) return 0;
+    u32 key = u32(first) << 16 | u32(second);
+    if (!index) return pairs.Find(key, 0, pairs.count);
+    return pairs.Find(key, index->first[left], u32(index->first[left]) + index->count[left]);
 }
 
 bool IsOpen(const KQFont* font) { return font && (font->state & KQFONT_Open); }
@@ -403,10 +482,7 @@ KQOutlineCommand* GetFontOutlineKQ(u8 character, KQFont* font, f64 x, f64 y) {
 void GetKernKQ(KQFont* font, u8 left, u8 right, f64* x, f64* y) {
     Set(x, 0.0);
     Set(y, 0.0);
-    if (!IsOpen(font)) return;
-    i32 first = GlyphOf(font, left), second = GlyphOf(font, right);
-    if (first < 0 || second < 0) return;
-    Set(x, KernOf(font, u32(first), u32(second)) * font->scaleX);
+    if (IsOpen(font)) Set(x, KernOf(font, left, right) * font->scaleX);
 }
 
 void GetCursorAdvanceKQ(u8 character, KQFont* font, f64* x, f64* y) {

@@ -13,6 +13,7 @@ void Start() {
     if (KQEnv) return;
     static TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
     if (!InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags)) std::abort();
+    std::atexit(CleanUpKQ);
 }
 
 // Walks the whole block, so that a reader for checks sees every byte of it.
@@ -55,6 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
         if (!kq::truetype::UseFontData(&font, directory)) continue;
         font.state = KQFONT_Open;
         UseAll(&font);
+        FreeMemoryKQ(font.kernIndex);
     }
     std::free(copy);
     return 0;

@@ -62,6 +62,7 @@ struct KQFont {
     const char* fontFile;   // path of the font file, or null: the platform hands its bytes over
     i32 faceIndex;          // face of a collection, from 0
     KQFontSizes sizes;      // of the tables while open
+    void* kernIndex;        // narrows the search for kerning; made at its first use while open
     u64 fontBytes;          // bytes at fontData
 };
 

@@ -575,6 +575,24 @@ TEST_F(TrueType, KernTableWhoseCountLiesIsReadToItsEnd) {
     EXPECT_EQ(KernX('B', 'B'), 0.0);
 }
 
+TEST_F(TrueType, KerningIsTheSameWithoutMemoryForItsIndex) {
+    Open(Letters().Set("kern", Kern({{1, 1, 3}, {1, 2, 9}, {2, 1, -4}})));
+    kq::allocationFaults.Set(1, false);
+    EXPECT_EQ(KernX('A', 'B'), 9.0);
+    EXPECT_EQ(KernX('B', 'A'), -4.0);
+    EXPECT_EQ(KernX('B', 'B'), 0.0);
+    kq::allocationFaults.Clear();
+    EXPECT_EQ(KernX('A', 'A'), 3.0);
+    EXPECT_EQ(KernX('B', 'A'), -4.0);
+}
+
+// The search begins in the middle, 2|0, and goes to the right of it for 2|1.
+TEST_F(TrueType, PairsOutOfOrderAreSearchedFromTheMiddle) {
+    Open(Letters().Set("kern", Kern({{2, 2, 5}, {2, 0, 6}, {2, 1, 7}})));
+    EXPECT_EQ(KernX('B', 'A'), 7.0);
+    EXPECT_EQ(KernX('B', 'B'), 0.0);
+}
+
 TEST_F(TrueType, KernTableCutShortYieldsZero) {
     std::string kern = Kern({{1, 2, 9}});
     for (size_t length = 0; length < 24; ++length) {
