@@ -121,7 +121,6 @@ void FillBitmapKQ(KQNativeBitmap* bitmap, u32 colour) {
     u16 word = kq::Pack555(blue, green, red);
     u8 bytes[4] = {blue, green, red, 0};
     const void* pixel = bitmap->depth == 16 ? static_cast<const void*>(&word) : bytes;
-    if (bitmap->height <= 0) return;
     kq::FillPixelRows(PixelAt(bitmap, 0, 0), bitmap->rowBytes, i64(bitmap->width) * bitmap->pixelBytes, bitmap->height,
                       static_cast<const u8*>(pixel), bitmap->pixelBytes);
 }
