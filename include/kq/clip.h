@@ -234,7 +234,8 @@ KQ_API char* Make_TempName(KQClip* clip, i32 number, int alpha);
 
 // Puts the frame at `time` (null: 0) for `duration` (null: one frame) into the 32-bit `bitmap`, in straight alpha.
 // Non-zero on success. A frame that does not exist fills with the clip's background and succeeds; a frame that fails
-// fills likewise and returns 0. Needs BeginClipIOKQ.
+// fills likewise and returns 0. A frame that the end of its file cuts succeeds with the pixels that are there and leaves
+// KQERR_READ in `Error`. Needs BeginClipIOKQ.
 KQ_API int GetFrameKQ(KQClip* clip, KQBitmap* bitmap, const KQTimeValue* time, const KQTimeValue* duration,
                       TagItem* tags);
 
