@@ -16,7 +16,7 @@ namespace {
 constexpr i32 kGrowth = 32;
 
 // Runs that one entry of the index covers, and the longest list that does without.
-constexpr i32 kBlock = 16;
+constexpr i32 kBlock = 32;
 constexpr i32 kWalked = 256;
 
 // The index over a long list, in one block of memory with its table.
@@ -111,10 +111,17 @@ bool WalkRuns(const KQClip* clip, i32 frame, i32 run, i64 base, EditPlace* place
     return false;
 }
 
-// The first block that ends behind the frame; past the last one when there is none.
+// The first block that ends behind the frame; past the last one when there is none. Halves without a branch, since
+// neither side is the likelier one.
 i32 BlockOf(EditIndex* index, i32 frame) {
     const i64* ends = index->Before() + 1;
-    return i32(std::upper_bound(ends, ends + index->blocks, i64(frame)) - ends);
+    const i64* at = ends;
+    for (i32 count = index->blocks; count > 1;) {
+        i32 half = count / 2;
+        at += i64(at[half - 1] <= frame) * half;
+        count -= half;
+    }
+    return i32(at - ends) + (*at <= frame);
 }
 
 bool SearchRuns(KQClip* clip, i32 frame, EditPlace* place) {
