@@ -122,10 +122,6 @@ void FillBitmapKQ(KQNativeBitmap* bitmap, u32 colour) {
     u8 bytes[4] = {blue, green, red, 0};
     const void* pixel = bitmap->depth == 16 ? static_cast<const void*>(&word) : bytes;
     if (bitmap->height <= 0) return;
-    u8* top = PixelAt(bitmap, 0, 0);
-    for (i64 x = 0; x < bitmap->width; ++x)
-        std::memcpy(top + x * bitmap->pixelBytes, pixel, size_t(bitmap->pixelBytes));
-    // The other rows take the first one's bytes.
-    kq::CopyByteRows({top, 0, top + bitmap->rowBytes, bitmap->rowBytes, i64(bitmap->width) * bitmap->pixelBytes,
-                      i64(bitmap->height) - 1});
+    kq::FillPixelRows(PixelAt(bitmap, 0, 0), bitmap->rowBytes, i64(bitmap->width) * bitmap->pixelBytes, bitmap->height,
+                      static_cast<const u8*>(pixel), bitmap->pixelBytes);
 }

@@ -57,6 +57,20 @@ KQ_TARGET_AVX512 i64 FillAvx512(u8* to, i64 bytes, u32 pattern) {
     return i;
 }
 
+// Fills whole runs of the pattern, whose 96 bytes hold whole pixels of any size; returns the bytes done.
+KQ_TARGET_AVX2 i64 FillRunsAvx2(u8* to, i64 bytes, const u8* pattern) {
+    const __m256i* run = reinterpret_cast<const __m256i*>(pattern);
+    __m256i first = _mm256_loadu_si256(run), second = _mm256_loadu_si256(run + 1), third = _mm256_loadu_si256(run + 2);
+    i64 i = 0;
+    for (; i + 96 <= bytes; i += 96) {
+        __m256i* place = reinterpret_cast<__m256i*>(to + i);
+        _mm256_storeu_si256(place, first);
+        _mm256_storeu_si256(place + 1, second);
+        _mm256_storeu_si256(place + 2, third);
+    }
+    return i;
+}
+
 // Sets the first byte of whole groups of 8 pixels; returns the pixels done.
 KQ_TARGET_AVX2 i64 FirstAvx2(u8* to, i64 pixels, u8 value) {
     __m256i values = _mm256_set1_epi32(value), colours = _mm256_set1_epi32(i32(0xFFFFFF00));
@@ -174,6 +188,28 @@ void FirstShare(i64 first, i64 last, const void* data) {
     FirstRow(work.to + start * 4, end - start, work.value, work.level);
 }
 
+constexpr i64 kRunBytes = 96;
+
+struct PixelRows {
+    u8* to;
+    i64 toStep, bytes;
+    const u8* run;
+    Simd level;
+};
+
+void PixelRowsShare(i64 top, i64 bottom, const void* data) {
+    auto& work = *static_cast<const PixelRows*>(data);
+    for (i64 y = top; y < bottom; ++y) {
+        u8* row = work.to + y * work.toStep;
+        i64 done = 0;
+#if defined(KQ_SIMD_X86)
+        if (work.level != Simd::Plain) done = FillRunsAvx2(row, work.bytes, work.run);
+#endif
+        for (; done < work.bytes; done += kRunBytes)
+            std::memcpy(row + done, work.run, size_t(std::min(kRunBytes, work.bytes - done)));
+    }
+}
+
 }   // namespace
 
 void CopyByteRows(const RowCopy& work, Simd level) {
@@ -198,6 +234,14 @@ void FillBlock(u8* to, i64 bytes, u32 pattern, Simd level) {
     if (bytes <= 0) return;
     FillWork work{to, bytes, pattern, level};
     ShareRows(FillShare, &work, (bytes + kPieceBytes - 1) / kPieceBytes, bytes / kBytesAPixel);
+}
+
+void FillPixelRows(u8* to, i64 toStep, i64 bytes, i64 rows, const u8* pixel, i64 pixelBytes, Simd level) {
+    if (bytes <= 0 || rows <= 0) return;
+    u8 run[kRunBytes];
+    for (i64 k = 0; k < kRunBytes; ++k) run[k] = pixel[k % pixelBytes];
+    PixelRows work{to, toStep, bytes, run, level};
+    ShareRows(PixelRowsShare, &work, rows, bytes * rows / kBytesAPixel);
 }
 
 void FillFirstBytes(u8* to, i64 pixels, u8 value, Simd level) {

@@ -22,6 +22,9 @@ void CopyBlock(const u8* from, u8* to, i64 bytes);
 // Fills `bytes` bytes with a pattern of 4 bytes, the last one cut.
 void FillBlock(u8* to, i64 bytes, u32 pattern, Simd level = BestSimd());
 
+// Fills `rows` rows of `bytes` bytes with pixels of `pixelBytes` bytes, 1 to 4, the last one cut.
+void FillPixelRows(u8* to, i64 toStep, i64 bytes, i64 rows, const u8* pixel, i64 pixelBytes, Simd level = BestSimd());
+
 // Sets the first byte of each of `pixels` pixels of 4 bytes.
 void FillFirstBytes(u8* to, i64 pixels, u8 value, Simd level = BestSimd());
 

@@ -16,12 +16,8 @@ namespace {
 constexpr i32 kGrowth = 32;
 
 // Runs that one entry of the index covers, and the longest list that does without.
-constexpr i32 kBlock = 32;
+constexpr i32 kBlock = 16;
 constexpr i32 kWalked = 256;
-
-// Blocks that each look-up compares with the list, in rotation: a count changed behind the library's back comes to
-// light soon even when the frame asked for lies elsewhere.
-constexpr i32 kCompared = 1;
 
 // The index over a long list, in one block of memory with its table.
 struct EditIndex {
@@ -87,13 +83,11 @@ bool BlockAgrees(EditIndex* index, i32 block) {
     return BlockFrames(index->list, index->count, block) == before[block + 1] - before[block];
 }
 
-// Whether the next few blocks are as the index has them.
+// Whether the next block in rotation is as the index has it: each look-up asks for one, so that a count changed behind
+// the library's back comes to light soon even when the frames asked for lie elsewhere.
 bool RotationAgrees(EditIndex* index) {
-    for (i32 i = 0; i < kCompared; ++i) {
-        if (index->compared >= index->blocks) index->compared = 0;
-        if (!BlockAgrees(index, index->compared++)) return false;
-    }
-    return true;
+    if (index->compared >= index->blocks) index->compared = 0;
+    return BlockAgrees(index, index->compared++);
 }
 
 // The index of the list as it stands, or null.

@@ -1,7 +1,7 @@
 // The edit list: which source or scratch frame each presented frame is.
 //
 // The list is an array of runs in presented order, public in the clip's record. Nothing here looks at files or pixels.
-// A list of up to 256 runs is walked; a longer one is found through an index of the frames before every 32nd run, which
+// A list of up to 256 runs is walked; a longer one is found through an index of the frames before every 16th run, which
 // hangs on the clip and is made again when the list has changed. A call that changes the list returns 0 with the list
 // unchanged when memory runs out or no run holds the frame.
 #pragma once

@@ -175,8 +175,8 @@ void AskForReplacement(Quest& quest) {
 
 void StoreResults(const Quest& quest) {
     Store(quest.isSequence, quest.sequence);
-    Store(quest.framesValid, quest.found && CountsFrames(quest) &&
-                                 Is_SequenceData_Valid(quest.found, quest.frames, quest.count));
+    Store(quest.framesValid,
+          quest.found && CountsFrames(quest) && Is_SequenceData_Valid(quest.found, quest.frames, quest.count));
 }
 
 }   // namespace

@@ -227,7 +227,11 @@ bool OpenModule(ResourceModule* module) {
     module->length = GetFileLengthKQ(module->file);
     if (!Peek(module, kHeadRun, 0, magic, 4)) return false;
     if (magic[0] == 'M' && magic[1] == 'Z') return OpenPE(module);
-    return std::memcmp(magic, "\x7F" "ELF", 4) == 0 && OpenElf(module);
+    return std::memcmp(magic,
+                       "\x7F"
+                       "ELF",
+                       4) == 0 &&
+           OpenElf(module);
 }
 
 constexpr i64 kEntryBytes = 8;
@@ -296,8 +300,8 @@ bool ReadEntry(ResourceModule* module, const ResourceFolder& folder, u32 index, 
     i64 offset = folder.entries + i64(index) * kEntryBytes;
     if (!PeekDirectory(module, Run(folder.level), offset, bytes, kEntryBytes)) return false;
     u32 key = Word32(bytes), target = Word32(bytes + 4);
-    *entry = {folder.level, (key & kHighOffset) != 0, key, key & ~kHighOffset, (target & kHighOffset) != 0,
-              target & ~kHighOffset};
+    *entry = {folder.level,       (key & kHighOffset) != 0,    key,
+              key & ~kHighOffset, (target & kHighOffset) != 0, target & ~kHighOffset};
     return true;
 }
 

@@ -94,10 +94,10 @@ private:
 
     kq::ResourceModule* module_;
     i64 length_;
-    i64 left_;           // bytes that may still be read
+    i64 left_;   // bytes that may still be read
     u8* bytes_ = nullptr;
     size_t room_ = 0;
-    i64 at_ = 0;         // what of the file the block holds
+    i64 at_ = 0;   // what of the file the block holds
     i64 count_ = 0;
 };
 
@@ -163,8 +163,8 @@ void StripHead(KQResource* resource) {
 }
 
 // Gives the resource to the callback.
-void Report(const kq::ResourceEntry& entry, const u8* bytes, u32 size, const Wanted& wanted,
-            ResourceCallback callback, uptr user) {
+void Report(const kq::ResourceEntry& entry, const u8* bytes, u32 size, const Wanted& wanted, ResourceCallback callback,
+            uptr user) {
     KQResource resource = {bytes, nullptr, entry.named ? 0 : i32(entry.id), size};
     if (wanted.stripHead) StripHead(&resource);
     callback(&resource, user);

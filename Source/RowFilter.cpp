@@ -33,45 +33,50 @@ KQ_VECTOR_FORMS(void, HalveRow, (u8 * row, const u8* other, size_t bytes), (row,
 
 namespace {
 
-// A weight split for products of 16 bits: a weight of one does not fit them and comes through the mask instead.
-struct Factor {
-    u16 part;
-    u8 whole;   // 255 for a weight of one, else 0
-
-    explicit Factor(Weight weight) : part(u16(weight)), whole(weight > 65535 ? 255 : 0) {}
-
-    // (value * weight) >> 16
-    u8 Of(u8 value) const { return u8(u16(u32(u16(value)) * part >> 16) + (value & whole)); }
-};
-
-template <int Count>
+// A weight of one does not fit products of 16 bits: with `Whole` it comes through a mask instead, which a blend without
+// such a weight need not pay for.
+template <int Count, bool Whole>
 __attribute__((always_inline)) inline void BlendLoop(u8* target, const u8* const* sources, const Weight* weights,
                                                      size_t bytes) {
     const u8* s[Count];
-    for (int k = 0; k < Count; ++k) s[k] = sources[k];
     u16 part[Count];
     u8 whole[Count];
     for (int k = 0; k < Count; ++k) {
-        part[k] = Factor(weights[k]).part;
-        whole[k] = Factor(weights[k]).whole;
+        s[k] = sources[k];
+        part[k] = u16(weights[k]);
+        whole[k] = weights[k] > 65535 ? 255 : 0;
     }
 #pragma GCC ivdep
     for (size_t i = 0; i < bytes; ++i) {
         u8 sum = 0;
-        for (int k = 0; k < Count; ++k) sum = u8(sum + u16(u32(u16(s[k][i])) * part[k] >> 16) + (s[k][i] & whole[k]));
+        for (int k = 0; k < Count; ++k) {
+            sum = u8(sum + u16(u32(u16(s[k][i])) * part[k] >> 16));
+            if constexpr (Whole) sum = u8(sum + (s[k][i] & whole[k]));
+        }
         target[i] = sum;
     }
+}
+
+template <int Count>
+__attribute__((always_inline)) inline void BlendOf(u8* target, const u8* const* sources, const Weight* weights,
+                                                   size_t bytes) {
+    bool whole = false;
+    for (int k = 0; k < Count; ++k) whole |= weights[k] > 65535;
+    if (whole)
+        BlendLoop<Count, true>(target, sources, weights, bytes);
+    else
+        BlendLoop<Count, false>(target, sources, weights, bytes);
 }
 
 }   // namespace
 
 KQ_LOOP void BlendRowsLoop(u8* target, const u8* const* sources, const Weight* weights, int count, size_t bytes) {
     switch (count) {
-    case 1: return BlendLoop<1>(target, sources, weights, bytes);
-    case 2: return BlendLoop<2>(target, sources, weights, bytes);
-    case 3: return BlendLoop<3>(target, sources, weights, bytes);
-    case 4: return BlendLoop<4>(target, sources, weights, bytes);
-    default: return BlendLoop<5>(target, sources, weights, bytes);
+    case 1: return BlendOf<1>(target, sources, weights, bytes);
+    case 2: return BlendOf<2>(target, sources, weights, bytes);
+    case 3: return BlendOf<3>(target, sources, weights, bytes);
+    case 4: return BlendOf<4>(target, sources, weights, bytes);
+    default: return BlendOf<5>(target, sources, weights, bytes);
     }
 }
 

@@ -37,11 +37,11 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
     i32 frames[] = {1, 0}, isSequence, framesValid, replaced;
     char* folders[] = {SearchPath().data(), nullptr};
     auto tag = [&](u8 bit, u32 number) { return bits & bit ? number : u32(KQTAG_Ignore); };
-    auto tags = kq::TagArray(tag(kNoCheck, KQTAG_SpecNoCheck), 0, tag(kSearch, KQTAG_SpecSearchDirs), folders,
-                             tag(kTree, KQTAG_SpecSearchTree), 0, tag(kAsk, KQTAG_SpecAskReplace), 0,
-                             tag(kFrames, KQTAG_SpecFrames), frames, tag(kCount, KQTAG_SpecFrameCount), 2,
-                             KQTAG_SpecIsSequence, &isSequence, KQTAG_SpecFramesValid, &framesValid,
-                             KQTAG_SpecReplaced, &replaced, 0);
+    auto tags =
+        kq::TagArray(tag(kNoCheck, KQTAG_SpecNoCheck), 0, tag(kSearch, KQTAG_SpecSearchDirs), folders,
+                     tag(kTree, KQTAG_SpecSearchTree), 0, tag(kAsk, KQTAG_SpecAskReplace), 0,
+                     tag(kFrames, KQTAG_SpecFrames), frames, tag(kCount, KQTAG_SpecFrameCount), 2, KQTAG_SpecIsSequence,
+                     &isSequence, KQTAG_SpecFramesValid, &framesValid, KQTAG_SpecReplaced, &replaced, 0);
     KQFileInfo* file = OpenFileinMemoryKQ(const_cast<u8*>(data + 1), i64(size - 1), KQFILE_Read);
     for (int records = 0; records < 8 && file->MemCursor < file->MemEnd; ++records) {
         u8* before = file->MemCursor;

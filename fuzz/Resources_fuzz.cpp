@@ -28,8 +28,7 @@ void Enumerate(void* module, const char* type) {
 
 extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
     fuzz::StartLibrary();
-    kq::ResourceModule* module =
-        kq::OpenResources(OpenFileinMemoryKQ(const_cast<u8*>(data), i64(size), KQFILE_Read));
+    kq::ResourceModule* module = kq::OpenResources(OpenFileinMemoryKQ(const_cast<u8*>(data), i64(size), KQFILE_Read));
     if (!module) return 0;
     Enumerate(module, "PiPL");
     Enumerate(module, "8BIF");

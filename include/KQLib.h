@@ -10,6 +10,7 @@
 #include "kq/exceptions.h"
 #include "kq/files.h"
 #include "kq/filespec.h"
+#include "kq/font.h"
 #include "kq/formats.h"
 #include "kq/frames.h"
 #include "kq/gbuffers.h"

@@ -35,7 +35,7 @@ void DeleteMemoryContext(void* context) {
 
 void* SelectBitmapInto(void* context, void* bitmap) { return context ? table->selectBitmap(context, bitmap) : nullptr; }
 
-void* MakeSection(void* context, const KQBitmapHeader* header, void** pixels) {
+void* MakeSection(void* context, const DibHeader* header, void** pixels) {
     return table->createSection(context, header, pixels);
 }
 
@@ -57,7 +57,7 @@ void CloseDibDrawing(void* service) {
     if (service && table->closeDibDraw) table->closeDibDraw(service);
 }
 
-bool DrawDibPixels(void* service, void* context, DrawPlace to, const KQBitmapHeader* header, const void* pixels,
+bool DrawDibPixels(void* service, void* context, DrawPlace to, const DibHeader* header, const void* pixels,
                    DrawPlace from) {
     return context && table->drawDib(service, context, to, header, pixels, from);
 }

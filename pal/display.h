@@ -7,7 +7,6 @@
 // the thread of the interface. Handles are opaque, and null is none.
 #pragma once
 
-#include "kq/nativebitmap.h"
 #include "kq/types.h"
 
 namespace pal {
@@ -26,9 +25,21 @@ struct PaletteEntry {
 
 inline constexpr u8 kNoCollapse = 4;   // the entry gets a place of its own though an equal colour has one
 
+// The header of a device-independent bitmap, of the layout that displays take.
+struct DibHeader {
+    u32 size;                            // 40
+    i32 width, height;                   // positive height: bottom row first
+    u16 planes, bitCount;                // 1; bits a pixel
+    u32 compression, imageSize;          // 0; bytes of the pixels
+    i32 xPelsPerMeter, yPelsPerMeter;    // 0
+    u32 coloursUsed, coloursImportant;   // 0
+};
+
+static_assert(sizeof(DibHeader) == 40);
+
 // The request of a bitmap format, with room for the driver's answer behind it.
 struct DibRequest {
-    KQBitmapHeader header;
+    DibHeader header;
     u32 answer;
 };
 
@@ -63,7 +74,7 @@ struct DisplayTable {
 
     // Makes a bitmap whose pixels, bottom row first as `header` says, lie at `*pixels` until it is deleted. Null on
     // failure. Required.
-    void* (*createSection)(void* context, const KQBitmapHeader* header, void** pixels);
+    void* (*createSection)(void* context, const DibHeader* header, void** pixels);
 
     // Deletes a bitmap of createSection or loadImage. Required.
     void (*deleteBitmap)(void* bitmap);
@@ -77,7 +88,7 @@ struct DisplayTable {
     void (*closeDibDraw)(void* service);
 
     // Draws the part `from` of the pixels of `header`, stretched to `to`. False when nothing was drawn. Required.
-    bool (*drawDib)(void* service, void* context, DrawPlace to, const KQBitmapHeader* header, const void* pixels,
+    bool (*drawDib)(void* service, void* context, DrawPlace to, const DibHeader* header, const void* pixels,
                     DrawPlace from);
 
     // Gives the palette of a palette display to the drawing service. Optional: without it the answer is false.
@@ -111,13 +122,13 @@ i32 AskDibSupport(void* context, DibRequest* request);
 void* MakeMemoryContext(void* context);
 void DeleteMemoryContext(void* context);
 void* SelectBitmapInto(void* context, void* bitmap);
-void* MakeSection(void* context, const KQBitmapHeader* header, void** pixels);
+void* MakeSection(void* context, const DibHeader* header, void** pixels);
 void DeleteDisplayBitmap(void* bitmap);
 void BlitPixels(void* target, DrawPlace to, void* source, i32 sourceX, i32 sourceY);
 void StretchPixels(void* target, DrawPlace to, void* source, DrawPlace from);
 void* OpenDibDrawing();
 void CloseDibDrawing(void* service);
-bool DrawDibPixels(void* service, void* context, DrawPlace to, const KQBitmapHeader* header, const void* pixels,
+bool DrawDibPixels(void* service, void* context, DrawPlace to, const DibHeader* header, const void* pixels,
                    DrawPlace from);
 bool SetDibDrawingPalette(void* service, void* palette);
 bool ReadSystemPalette(void* context, PaletteEntry entries[256]);

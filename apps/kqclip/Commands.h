@@ -60,6 +60,20 @@ void Convert(const CommonOptions& common, const InputOptions& input, const Conve
 void Compare(const CommonOptions& common, const InputOptions& left, const InputOptions& right, int tolerance,
              Report& report);
 
+// Lists the fonts.
+void Fonts(const CommonOptions& common, Report& report);
+
+struct TextOptions {
+    std::string text;        // UTF-8
+    std::string output;      // SVG
+    std::string font;        // full name, empty: a common one
+    int size = 48;           // points
+    int dpi = 96;            // pixels an inch
+};
+
+// Writes a line of text as SVG paths.
+void Text(const CommonOptions& common, const TextOptions& options, Report& report);
+
 // "WxH" with both between 1 and 32767; throws Failure "wrong-use" that names `option`.
 struct Size {
     int width, height;

@@ -56,7 +56,8 @@ void PrintManual(const CLI::App& app) {
         for (const CLI::Option* option : OptionsOf(*command)) PrintManualOption(option);
     }
     std::printf(".SH EXIT STATUS\n%s\n", Roff(app.get_footer()).c_str());
-    std::printf(".SH ENVIRONMENT\n.TP\n.B KQCLIP_MODULES\nA folder that is looked into for format modules.\n");
+    std::printf(".SH ENVIRONMENT\n.TP\n.B KQCLIP_MODULES\nA folder that is looked into for format modules.\n"
+                ".TP\n.B KQLIB_FONT_DIR\nA folder whose TrueType files are listed beside the installed fonts.\n");
 }
 
 void PrintBash(const CLI::App& app) {

@@ -176,6 +176,22 @@ void AddCompare(CLI::App& app, Request& request) {
     AddFrames(command, *left);
 }
 
+void AddFonts(CLI::App& app, Request& request) {
+    AddCommand(app, "fonts", "List the TrueType fonts that there are", request,
+               [&request](Report& report) { Fonts(request.common, report); });
+}
+
+void AddText(CLI::App& app, Request& request) {
+    auto options = std::make_shared<TextOptions>();
+    CLI::App* command = AddCommand(app, "text", "Write a line of text as SVG paths", request,
+                                   [&request, options](Report& report) { Text(request.common, *options, report); });
+    command->add_option("TEXT", options->text, "The line of text")->required();
+    command->add_option("OUT", options->output, "The SVG file to write")->required();
+    command->add_option("--font", options->font, "The font's full name, as 'fonts' lists it")->type_name("NAME");
+    command->add_option("--size", options->size, "Size in points")->check(CLI::Range(1, 2000))->capture_default_str();
+    command->add_option("--dpi", options->dpi, "Pixels an inch")->check(CLI::Range(1, 2400))->capture_default_str();
+}
+
 void PrintJson(const Request& request, const Report& report, const Json& error) {
     Json all = {{"kqclip", KQCLIP_VERSION},
                 {"command", request.command},
@@ -227,6 +243,8 @@ void Declare(CLI::App& app, Request& request) {
     AddFrame(app, request);
     AddConvert(app, request);
     AddCompare(app, request);
+    AddFonts(app, request);
+    AddText(app, request);
 }
 
 }   // namespace

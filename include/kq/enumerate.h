@@ -60,8 +60,8 @@ KQ_API void EndResourceAccessKQ(void* module);
 // end first: 1, no name, the data begin 2 bytes on; 3, a zero-ended name at offset 2, the data begin behind its zero;
 // anything else is no head. Either ID tag turns the range on, in which a resource without a number never is. Returns 1
 // in every case. For the library's own thread.
-KQ_API int EnumResourceIDKQ(void* module, const char* type, int (*callback)(KQResource* resource, uptr user),
-                            uptr user, TagItem* tags);
+KQ_API int EnumResourceIDKQ(void* module, const char* type, int (*callback)(KQResource* resource, uptr user), uptr user,
+                            TagItem* tags);
 
 // The twin with trailing tag pairs.
 template <kq::TagNumber Tag, class... Rest>
@@ -87,7 +87,9 @@ KQ_API KQShellFolderS* EnumFileObjectsKQ(KQEnumObjectS* object);
 KQ_API KQShellFolderS* EnumFileObjectsKQ(const char* path);
 
 // The desktop.
-inline KQShellFolderS* EnumFileObjectsKQ(std::nullptr_t) { return EnumFileObjectsKQ(static_cast<const char*>(nullptr)); }
+inline KQShellFolderS* EnumFileObjectsKQ(std::nullptr_t) {
+    return EnumFileObjectsKQ(static_cast<const char*>(nullptr));
+}
 
 // The next object that is a folder or a file, hidden ones included; null at the end, or for a null folder. `isFolder`
 // (may be null) is set to 1 or 0. The caller frees the object with FreeEnumObjectKQ, before its folder.

@@ -34,7 +34,8 @@ KQ_API void ConvertDOStoPathKQ(char* path);
 KQ_API void ConvertPathtoDOSKQ(char* path);
 
 // A new specification with the extension replaced: `spec`, cut at the last `.` among its last five characters if there
-// is one, and "." and `extension`. Null when either is null or, with `Error` 1, when out of memory. Freed by the caller.
+// is one, and "." and `extension`. Null when either is null or, with `Error` 1, when out of memory. Freed by the
+// caller.
 KQ_API char* MakeNewFileSpecKQ(const char* spec, const char* extension);
 
 // Writes the part behind the last separator to `name`; empty when the spec ends in one. The first character is not

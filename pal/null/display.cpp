@@ -113,7 +113,7 @@ void* Select(void* context, void* bitmap) {
     return before;
 }
 
-void* CreateSection(void*, const KQBitmapHeader* header, void** pixels) {
+void* CreateSection(void*, const DibHeader* header, void** pixels) {
     if (header->width <= 0 || header->height <= 0) return nullptr;
     Surface* surface = new (std::nothrow) Surface{header->width, header->height, header->bitCount, nullptr};
     if (!surface) return nullptr;
@@ -142,7 +142,7 @@ void Blit(void* target, DrawPlace to, void* source, i32 sourceX, i32 sourceY) {
     Stretch(target, to, source, {sourceX, sourceY, to.width, to.height});
 }
 
-bool DrawDib(void*, void* context, DrawPlace to, const KQBitmapHeader* header, const void* pixels, DrawPlace from) {
+bool DrawDib(void*, void* context, DrawPlace to, const DibHeader* header, const void* pixels, DrawPlace from) {
     Surface* drawn = SurfaceOf(context);
     if (!drawn) return false;
     Surface source{header->width, header->height, header->bitCount, static_cast<u8*>(const_cast<void*>(pixels))};

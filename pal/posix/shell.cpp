@@ -125,8 +125,7 @@ void ShellCloseFolder(ShellFolder* folder) {
 
 ShellItem* ShellNext(ShellFolder* folder) {
     dirent* found;
-    do
-        found = readdir(folder->directory);
+    do found = readdir(folder->directory);
     while (found && IsDot(found->d_name));
     ShellItem* item = found ? static_cast<ShellItem*>(std::malloc(sizeof(ShellItem))) : nullptr;
     if (item) std::strcpy(item->name, found->d_name);

@@ -443,7 +443,7 @@ pal::DisplayFormat wanted;
 pal::DisplayTable RecordingTable() {
     seen = {};
     pal::DisplayTable table = pal::nullDisplay;
-    table.drawDib = [](void* service, void*, pal::DrawPlace to, const KQBitmapHeader*, const void*,
+    table.drawDib = [](void* service, void*, pal::DrawPlace to, const pal::DibHeader*, const void*,
                        pal::DrawPlace from) {
         ++seen.dibs;
         seen.from = from;
@@ -536,7 +536,7 @@ TEST_F(Pcbitmap, DDBitmapHasASectionAtTheSuggestedDepth) {
 
 TEST_F(Pcbitmap, RefusedSectionGivesNullAndLeavesNothing) {
     pal::DisplayTable table = pal::nullDisplay;
-    table.createSection = [](void*, const KQBitmapHeader*, void**) -> void* { return nullptr; };
+    table.createSection = [](void*, const pal::DibHeader*, void**) -> void* { return nullptr; };
     pal::SetDisplay(&table);
     EXPECT_EQ(AllocDDBitmapKQ(5, 4, 24), nullptr);
 }
@@ -645,7 +645,7 @@ TEST_F(Pcbitmap, ImageOfAnUnknownIdIsNull) { EXPECT_EQ(GetImageKQ(1), nullptr); 
 // An image resource of 2 x 1 pixels of 24 bits, blue and red, with id 5.
 void* LoadTwoPixels(i32 id, i32* width, i32* height) {
     if (id != 5) return nullptr;
-    KQBitmapHeader header{40, 2, 1, 1, 24, 0, 8, 0, 0, 0, 0};
+    pal::DibHeader header{40, 2, 1, 1, 24, 0, 8, 0, 0, 0, 0};
     void* pixels = nullptr;
     void* image = pal::MakeSection(nullptr, &header, &pixels);
     u8 bytes[] = {255, 0, 0, 0, 0, 255};

@@ -892,7 +892,7 @@ TEST_F(EditFrame, CountsWrittenInPlaceElsewhereComeToLightByThemselves) {
     i32 number;
     kq::MapFrame(clip, 39001, &number);
     clip->editList[0].count = 1;
-    for (int i = 0; i < 20000 / 32; ++i) kq::MapFrame(clip, 39001, &number);
+    for (int i = 0; i < 20000 / 16; ++i) kq::MapFrame(clip, 39001, &number);
     EXPECT_EQ(number, 7);
 }
 

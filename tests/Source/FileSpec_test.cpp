@@ -222,13 +222,9 @@ TEST_F(FileSpec, ComparisonIgnoresCase) {
     EXPECT_EQ(FileSpecCompareKQ("a", nullptr), 0);
 }
 
-TEST_F(FileSpec, RecordOfThreeCharactersHasFourBytes) {
-    EXPECT_EQ(Record("abc"), std::string("\0\0\0\4abc\0", 8));
-}
+TEST_F(FileSpec, RecordOfThreeCharactersHasFourBytes) { EXPECT_EQ(Record("abc"), std::string("\0\0\0\4abc\0", 8)); }
 
-TEST_F(FileSpec, RecordOfFourCharactersHasSixBytes) {
-    EXPECT_EQ(Record("abcd"), std::string("\0\0\0\6abcd\0\0", 10));
-}
+TEST_F(FileSpec, RecordOfFourCharactersHasSixBytes) { EXPECT_EQ(Record("abcd"), std::string("\0\0\0\6abcd\0\0", 10)); }
 
 TEST_F(FileSpec, RecordOfNoCharactersHasTwoBytes) { EXPECT_EQ(Record(""), std::string("\0\0\0\2\0\0", 6)); }
 
@@ -275,7 +271,10 @@ TEST_F(FileSpec, LengthThatCannotBeReadIsNull) {
 }
 
 TEST_F(FileSpec, LengthOfANegativeNumberDoesNotLeadBack) {
-    std::string record("\xFF\xFF\xFF\xFC" "abc\0", 8);
+    std::string record(
+        "\xFF\xFF\xFF\xFC"
+        "abc\0",
+        8);
     KQFileInfo* file = OpenFileinMemoryKQ(reinterpret_cast<u8*>(record.data()), 8, KQFILE_Read);
     FreeFileSpecKQ(ReadFileSpecKQ(file, KQTAG_SpecNoCheck, 0, 0));
     EXPECT_EQ(SeekFileKQ(file, 0, KQSEEK_Current), 8u);
@@ -336,8 +335,7 @@ TEST_F(FileSpec, FolderWithoutItsSeparatorNamesItsParentsFiles) {
     char* folders[] = {folder.data(), nullptr};
     EXPECT_EQ(ReadText(Below("old/a.tga"), KQTAG_SpecSearchDirs, folders), Below("a.tga"));
     EXPECT_EQ(ReadText(Below("old/b.tga"), KQTAG_SpecSearchDirs, folders), "null");
-    EXPECT_EQ(ReadText(Below("old/b.tga"), KQTAG_SpecSearchDirs, folders, KQTAG_SpecSearchTree, 0),
-              Below("sub/b.tga"));
+    EXPECT_EQ(ReadText(Below("old/b.tga"), KQTAG_SpecSearchDirs, folders, KQTAG_SpecSearchTree, 0), Below("sub/b.tga"));
 }
 
 TEST_F(FileSpec, SubfoldersAreSearchedInATreeAlone) {
@@ -378,10 +376,10 @@ TEST_F(FileSpec, MovedSequenceIsFoundInTheSecondFolder) {
     TouchFrames("new/", 3);
     std::string first = Below("first/"), second = Below("new/");
     char* folders[] = {first.data(), second.data(), nullptr};
-    EXPECT_EQ(ReadText(Below("old/shot[####].tga"), KQTAG_SpecFrameCount, 3, KQTAG_SpecSearchDirs, folders,
-                       KQTAG_SpecReplaced, &replaced, KQTAG_SpecIsSequence, &isSequence, KQTAG_SpecFramesValid,
-                       &framesValid),
-              Below("new/shot[####].tga"));
+    EXPECT_EQ(
+        ReadText(Below("old/shot[####].tga"), KQTAG_SpecFrameCount, 3, KQTAG_SpecSearchDirs, folders,
+                 KQTAG_SpecReplaced, &replaced, KQTAG_SpecIsSequence, &isSequence, KQTAG_SpecFramesValid, &framesValid),
+        Below("new/shot[####].tga"));
     EXPECT_EQ(replaced, 0);
     EXPECT_EQ(isSequence, 1);
     EXPECT_EQ(framesValid, 1);
@@ -461,8 +459,8 @@ TEST_F(FileSpec, UsersFileIsReturnedAndToldAsReplaced) {
     requester.answer = Below("chosen/still.tga");
     std::string folder = Below("first/");
     char* folders[] = {folder.data(), nullptr};
-    EXPECT_EQ(ReadText(Below("old/a.tga"), KQTAG_SpecAskReplace, 0, KQTAG_SpecReplaced, &replaced,
-                       KQTAG_SpecSearchDirs, folders),
+    EXPECT_EQ(ReadText(Below("old/a.tga"), KQTAG_SpecAskReplace, 0, KQTAG_SpecReplaced, &replaced, KQTAG_SpecSearchDirs,
+                       folders),
               Below("chosen/still.tga"));
     EXPECT_EQ(replaced, 1);
     EXPECT_EQ(requester.folder, folder);
@@ -472,8 +470,8 @@ TEST_F(FileSpec, UsersFrameBecomesASequence) {
     TouchFrames("chosen/", 3);
     answer = 1;
     requester.answer = Below("chosen/shot0001.tga");
-    EXPECT_EQ(ReadText(Below("old/a.tga"), KQTAG_SpecAskReplace, 0, KQTAG_SpecReplaced, &replaced,
-                       KQTAG_SpecIsSequence, &isSequence, KQTAG_SpecFrameCount, 3, KQTAG_SpecFramesValid, &framesValid),
+    EXPECT_EQ(ReadText(Below("old/a.tga"), KQTAG_SpecAskReplace, 0, KQTAG_SpecReplaced, &replaced, KQTAG_SpecIsSequence,
+                       &isSequence, KQTAG_SpecFrameCount, 3, KQTAG_SpecFramesValid, &framesValid),
               Below("chosen/shot[####].tga"));
     EXPECT_EQ(replaced, 1);
     EXPECT_EQ(isSequence, 1);
@@ -495,8 +493,7 @@ TEST_F(FileSpec, EveryFailingAllocationAndFileCallIsSurvived) {
     auto tags = kq::TagArray(KQTAG_SpecSearchDirs, folders, KQTAG_SpecSearchTree, 0, KQTAG_SpecAskReplace, 0,
                              KQTAG_SpecFrameCount, 2, KQTAG_SpecFramesValid, &framesValid, 0);
     auto run = [&] {
-        KQFileInfo* file =
-            OpenFileinMemoryKQ(reinterpret_cast<u8*>(record.data()), i64(record.size()), KQFILE_Read);
+        KQFileInfo* file = OpenFileinMemoryKQ(reinterpret_cast<u8*>(record.data()), i64(record.size()), KQFILE_Read);
         FreeFileSpecKQ(ReadFileSpecKQ(file, tags.data()));
         if (file) {
             EXPECT_EQ(file->MemCursor, file->MemEnd);

@@ -279,7 +279,9 @@ TEST_F(PEResources, ModuleWithoutResourcesIsOpenAndHasNone) {
 }
 
 TEST_F(PEResources, FileThatIsNoModuleIsRefusedAsBadFormat) {
-    for (const char* text : {"", "MZ", "not a module at all", "\x7F" "ELF"}) {
+    for (const char* text : {"", "MZ", "not a module at all",
+                             "\x7F"
+                             "ELF"}) {
         Open(Bytes(text, text + std::strlen(text)));
         EXPECT_EQ(module, nullptr);
         EXPECT_EQ(GetErrorKQ(), u32(KQERR_BADFORMAT));
@@ -372,8 +374,7 @@ Bytes SharingModule(bool byTurns) {
     };
     constexpr size_t kNames = 24;
     size_t leaves[] = {target(target(kNames, 100), 0), target(target(kNames, 101), 0)};
-    for (size_t id = 0; id < 100; ++id)
-        Put32(file, targetAt(target(kNames, id), 0), u32(leaves[byTurns ? id % 2 : 0]));
+    for (size_t id = 0; id < 100; ++id) Put32(file, targetAt(target(kNames, id), 0), u32(leaves[byTurns ? id % 2 : 0]));
     return file;
 }
 
@@ -472,8 +473,8 @@ List ListResources(kq::ResourceModule* module) {
             EachEntry(module, languages, [&](const kq::ResourceEntry& language) {
                 kq::ResourceSpan span;
                 if (kq::LocateData(module, language, &span))
-                    list.insert({KeyOf(module, type), KeyOf(module, name), KeyOf(module, language),
-                                 std::to_string(span.size)});
+                    list.insert(
+                        {KeyOf(module, type), KeyOf(module, name), KeyOf(module, language), std::to_string(span.size)});
             });
         });
     });
@@ -507,8 +508,8 @@ List ListByWrestool(const std::string& path, const std::string& filter) {
         if (end == std::string::npos) end = output.size();
         std::string line = output.substr(at, end - at);
         at = end + 1;
-        list.insert({ValueOf(line, "--type="), ValueOf(line, "--name="), ValueOf(line, "--language="),
-                     ValueOf(line, "size=")});
+        list.insert(
+            {ValueOf(line, "--type="), ValueOf(line, "--name="), ValueOf(line, "--language="), ValueOf(line, "size=")});
     }
     return list;
 }

@@ -267,6 +267,24 @@ TEST_F(Sampling, FillsEqualAByteLoop) {
     }
 }
 
+TEST_F(Sampling, FillsOfPixelRowsEqualAByteLoop) {
+    Random random;
+    for (int i = 0; i < 400; ++i) {
+        i64 pixelBytes = random.From(1, 4), bytes = random.From(1, 200) * pixelBytes, rows = random.From(1, 9);
+        Rows target(bytes, rows, &random);
+        u8 pixel[4];
+        random.Fill(pixel, 4);
+        for (Simd level : Levels()) {
+            TargetPair pair(size_t(target.size), random.Coin(), &random);
+            for (i64 y = 0; y < rows; ++y)
+                for (i64 k = 0; k < bytes; ++k)
+                    pair.plain.Data()[target.first + y * target.step + k] = pixel[k % pixelBytes];
+            kq::FillPixelRows(pair.fast.Data() + target.first, target.step, bytes, rows, pixel, pixelBytes, level);
+            ASSERT_TRUE(pair.Same()) << bytes << " x " << rows;
+        }
+    }
+}
+
 // --- the public calls, on bitmaps whose pixels lie between guard pages
 
 KQBitmap Portable(i32 width, i32 height, i32 depth, u8* data) {

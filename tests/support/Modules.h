@@ -111,7 +111,10 @@ public:
         static constexpr char kNames[] = "\0.shstrtab\0.kqrsrc";
         Bytes section = Section(0);
         Bytes file(64);
-        std::memcpy(&file[0], "\x7F" "ELF", 4);
+        std::memcpy(&file[0],
+                    "\x7F"
+                    "ELF",
+                    4);
         file[4] = wide ? 2 : 1;
         file[5] = 1;
         file[6] = 1;
