@@ -104,8 +104,9 @@ i32 GetFilmFrame(KQClip* clip, KQBitmap* target, i32 frame, const KQRectT<long>*
     const Trailer& t = film->trailer;
     i64 row = i64(t.width) * 4;
     i64 wanted = row * t.height < target->dataSize ? row * t.height : target->dataSize;
-    i64 offset = (i64(t.leading) + t.height) * frame * row;
-    i64 there = offset < 0 ? 0 : (GetFileLengthKQ(film->file) - offset) & ~i64(3);
+    i64 offset = 0;   // the tallest frames of the longest film pass 64 bits
+    bool far = __builtin_mul_overflow((i64(t.leading) + t.height) * row, i64(frame), &offset);
+    i64 there = far || offset < 0 ? 0 : (GetFileLengthKQ(film->file) - offset) & ~i64(3);
     i64 got = there > 0 ? ReadPixels(film->file, offset, target->data, there < wanted ? there : wanted) : 0;
     KQEnv->Error = got == wanted ? KQERR_NONE : KQERR_READ;
     return 1;

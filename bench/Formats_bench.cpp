@@ -15,6 +15,9 @@
 
 #include "Bench.h"
 #include "KQLib.h"
+#include "Source/PackRun.h"
+#include "Source/PixelUnits.h"
+#include "Source/Yuv422.h"
 #include "kq/clip.h"
 #include "kq/formats.h"
 #include "kq/frames.h"
@@ -278,6 +281,47 @@ struct Codec {
     }
 };
 
+// Our packer and unpacker from memory to memory, as the peers work; pixels on our side are those of a bitmap.
+size_t PackFrame(const Bytes& pixels, i32 size, Bytes& values, Bytes& out) {
+    kq::RunPacker packer;
+    kq::EqualBits equal;
+    u8* end = out.data();
+    for (int y = 0; y < kHeight; ++y) {
+        const u8* row = &pixels[size_t(y) * kWidth * 4];
+        if (size == 1) {
+            kq::NarrowToReds(row, kWidth, values.data());
+            kq::MarkEqualBytes(values.data(), kWidth, &equal);
+            end = kq::PackBytes(&packer, values.data(), kWidth, &equal, end);
+        } else if (size == 3) {
+            kq::NarrowToTriples(row, kWidth, values.data());
+            kq::MarkEqualColours(row, kWidth, &equal);
+            end = kq::PackTriples(&packer, values.data(), kWidth, &equal, end);
+        } else {
+            kq::MarkEqualPixels(row, kWidth, &equal);
+            end = kq::PackQuads(&packer, row, kWidth, &equal, end);
+        }
+    }
+    return size_t(end - out.data());
+}
+
+void UnpackFrame(const Bytes& packed, size_t length, i32 size, const kq::PixelTable& ramp, Bytes& values, u8* pixels) {
+    kq::RunUnpacker unpacker;
+    const u8* in = packed.data();
+    const u8* end = in + length;
+    if (size == 4) {
+        kq::UnpackRuns(&unpacker, 4, &in, end, pixels, kPixels);
+        return;
+    }
+    constexpr size_t kRows = 4, kStrip = kRows * kWidth;
+    for (size_t at = 0; at < kPixels; at += kStrip) {
+        kq::UnpackRuns(&unpacker, size, &in, end, values.data(), kStrip);
+        if (size == 1)
+            kq::WidenIndexes(values.data(), kStrip, 8, &ramp, pixels + at * 4);
+        else
+            kq::WidenTriples(values.data(), kStrip, pixels + at * 4);
+    }
+}
+
 void BenchPacker(const std::string& kind, i32 alphaMode) {
     Bytes pixels = Picture(kind), grey(kPixels), plain(kFrameBytes + 64), copy(kFrameBytes);
     i32 size = alphaMode == 2 ? 4 : alphaMode == 1 ? 1 : 3;
@@ -297,8 +341,16 @@ void BenchPacker(const std::string& kind, i32 alphaMode) {
     KQClip* reader = NewClip("ElectricImage", "a.ei");
     if (!reader->format->Open(reader, nullptr)) std::abort();
     auto decode = [&] { reader->format->GetFrame(reader, bitmap, 0, nullptr, kWidth, kHeight, 0); };
-    std::vector<bench::Contender> encoders = {{"ours, frame to file", encode}},
-                                  decoders = {{"ours, file to frame", decode}};
+    Bytes source = pixels, values(kWidth * 32), packed(kFrameBytes * 5 / 4), ramp256(256);
+    source.resize(kFrameBytes + 1024);
+    kq::PixelTable ramp;
+    for (size_t i = 0; i < 256; ++i) ramp256[i] = u8(i);
+    kq::FillPixelTable(&ramp, ramp256.data(), ramp256.data(), ramp256.data());
+    size_t length = PackFrame(source, size, values, packed);
+    std::vector<bench::Contender> encoders, decoders;
+    encoders.push_back({"ours, memory to memory", [&] { PackFrame(source, size, values, packed); }});
+    decoders.push_back(
+        {"ours, memory to pixels", [&] { UnpackFrame(packed, length, size, ramp, values, bitmap->data); }});
     Memory tiff;
     std::vector<Codec> codecs;
     codecs.reserve(2);
@@ -333,6 +385,8 @@ void BenchPacker(const std::string& kind, i32 alphaMode) {
                             bench::Keep(copy.data());
                         }});
     if (kind == "noisy") decodeTargets.push_back({decoders.size() - 1, 0.85});
+    encoders.push_back({"ours, frame to file", encode});
+    decoders.push_back({"ours, file to frame", decode});
     bench::Row("ElectricImage encode, " + what, amount, "MB", encoders, encodeTargets, 7);
     bench::Row("ElectricImage decode, " + what, amount, "MB", decoders, decodeTargets, 7);
     FreeBitmapKQ(bitmap);
@@ -389,6 +443,24 @@ void BenchVPB() {
         libyuv::BGRAToARGB(bitmap->data, kWidth * 4, pixels.data(), kWidth * 4, kWidth, kHeight);
         libyuv::ARGBToUYVY(pixels.data(), kWidth * 4, yuv.data(), kWidth * 2, kWidth, kHeight);
     };
+    bench::Row("VPB decode, 1920 x 1080, memory to memory", kPixels / 1e6, "Mpixel",
+               {{"ours",
+                 [&] {
+                     for (int y = 0; y < kHeight; ++y)
+                         kq::Yuv422ToPixels(&yuv[size_t(y) * kWidth * 2], kWidth,
+                                            bitmap->data + size_t(y) * kWidth * 4);
+                 }},
+                {"libyuv", peerDecode}},
+               {{1, 1.0}});
+    bench::Row("VPB encode, 1920 x 1080, memory to memory", kPixels / 1e6, "Mpixel",
+               {{"ours",
+                 [&] {
+                     for (int y = 0; y < kHeight; ++y)
+                         kq::PixelsToYuv422(bitmap->data + size_t(y) * kWidth * 4, kWidth,
+                                            &yuv[size_t(y) * kWidth * 2]);
+                 }},
+                {"libyuv", peerEncode}},
+               {{1, 1.0}});
     bench::Row("VPB decode, 1920 x 1080, file to frame", kPixels / 1e6, "Mpixel",
                {{"ours", [&] { clip->format->GetFrame(clip, bitmap, 0, nullptr, kWidth, kHeight, 0); }},
                 {"libyuv alone, memory to memory", peerDecode},

@@ -40,20 +40,33 @@ inline void ReadFrames(KQFormatDesc* module, KQClip* clip) {
     FreeBitmapKQ(bitmap);
 }
 
+// The library and one module of it, from the first input to the end of the program.
+struct Library {
+    explicit Library(KQFormatDesc* (*make)()) {
+        TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
+        if (!InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags) || !(module = make())) std::abort();
+    }
+    ~Library() {
+        kq::FreeFormatModule(module);
+        CleanUpKQ();
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    KQFormatDesc* module = nullptr;
+};
+
 // One input against the module that `make` makes.
 inline int Run(KQFormatDesc* (*make)(), const char* extension, const u8* data, size_t size) {
-    TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
-    static const bool started = InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags) != nullptr;
-    if (!started) std::abort();
-    static KQFormatDesc* module = make();
+    static Library library(make);
     static const std::string path = InputPath(extension);
     WriteInput(path, data, size);
     KQClip clip = {};
-    clip.format = module;
+    clip.format = library.module;
     clip.fileSpec = const_cast<char*>(path.c_str());
     clip.sourceRate = 30.0;
-    if (module->Open(&clip, nullptr)) ReadFrames(module, &clip);
-    module->Close(&clip);
+    if (library.module->Open(&clip, nullptr)) ReadFrames(library.module, &clip);
+    library.module->Close(&clip);
     std::remove(path.c_str());
     return 0;
 }

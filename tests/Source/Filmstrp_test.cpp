@@ -252,6 +252,15 @@ TEST_F(Filmstrip, FramesBehindTheEndOfTheFileLeaveTheBitmapAlone) {
     EXPECT_EQ(Frame(-1), Bytes(64, 0xA5));
 }
 
+TEST_F(Filmstrip, AFrameWhoseOffsetPasses64BitsIsNotThere) {
+    Write(Trailer(0x7FFFFFFF, 0, 32767, 500, 65535, 24));
+    ASSERT_TRUE(Open());
+    small = AllocBitmapKQ(1, 1, 32);
+    EXPECT_EQ(module->GetFrame(clip, small, 0x7FFFFFFE, nullptr, 32767, 500, 0), 1);
+    EXPECT_EQ(GetErrorKQ(), u32(KQERR_READ));
+    FreeBitmapKQ(small);
+}
+
 TEST_F(Filmstrip, AFrameThatTheEndOfTheFileCutsGivesThePixelsThatAreThere) {
     // 3 label rows of the one frame claimed at the front push frame 1 over the end.
     Bytes bytes(4 * 4 * 4 + 10, 7);
