@@ -20,7 +20,18 @@ struct Enumeration {
     FaceFunction face;
     void* user;
     bool more;
+    // What came last: a host may call once for each script of a face, which is one face all the same.
+    char family[LF_FACESIZE];
+    char name[LF_FULLFACESIZE];
 };
+
+// Notes a text of the enumeration; false when it is the one that came last.
+template <size_t Size>
+bool IsNew(char (&last)[Size], const char* text) {
+    if (std::strncmp(last, text, Size) == 0) return false;
+    std::strncpy(last, text, Size);
+    return true;
+}
 
 // The code page's text as UTF-8; false when it does not fit.
 bool ToUtf8(const char* text, char* out, size_t size) {
@@ -36,7 +47,7 @@ int CALLBACK OnStyle(const LOGFONTA* logical, const TEXTMETRICA*, DWORD type, LP
     if (!IsTrueType(type)) return 1;
     char name[LF_FULLFACESIZE * 4];
     const char* full = reinterpret_cast<const char*>(reinterpret_cast<const ENUMLOGFONTA*>(logical)->elfFullName);
-    if (!ToUtf8(full, name, sizeof name)) return 1;
+    if (!IsNew(all->name, full) || !ToUtf8(full, name, sizeof name)) return 1;
     FontFace face = {name, nullptr, 0, {}};
     std::memcpy(&face.logical, logical, sizeof face.logical);
     all->more = all->face(face, all->user);
@@ -45,7 +56,8 @@ int CALLBACK OnStyle(const LOGFONTA* logical, const TEXTMETRICA*, DWORD type, LP
 
 int CALLBACK OnFamily(const LOGFONTA* logical, const TEXTMETRICA*, DWORD type, LPARAM user) {
     auto* all = reinterpret_cast<Enumeration*>(user);
-    if (IsTrueType(type)) EnumFontFamiliesA(all->context, logical->lfFaceName, OnStyle, user);
+    if (IsTrueType(type) && IsNew(all->family, logical->lfFaceName))
+        EnumFontFamiliesA(all->context, logical->lfFaceName, OnStyle, user);
     return all->more;
 }
 
@@ -57,7 +69,7 @@ DWORD Length(HDC context, DWORD table) { return GetFontData(context, table, 0, n
 }   // namespace
 
 void EnumerateFonts(FaceFunction face, void* user) {
-    Enumeration all = {CreateCompatibleDC(nullptr), face, user, true};
+    Enumeration all = {CreateCompatibleDC(nullptr), face, user, true, {}, {}};
     if (!all.context) return;
     EnumFontFamiliesA(all.context, nullptr, OnFamily, reinterpret_cast<LPARAM>(&all));
     DeleteDC(all.context);
