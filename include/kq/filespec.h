@@ -38,7 +38,7 @@ KQ_API void ConvertPathtoDOSKQ(char* path);
 // caller.
 KQ_API char* MakeNewFileSpecKQ(const char* spec, const char* extension);
 
-// Writes the part behind the last separator to `name`; empty when the spec ends in one. The first character is not
+// Writes the part behind the last separator to `name`; empty when the path ends in one. The first character is not
 // looked at, so a name whose only separator is its first character comes back whole.
 KQ_API void GetFileNameKQ(const char* spec, char* name);
 

@@ -42,7 +42,7 @@ class KqclipTest(unittest.TestCase):
     def run_tool(self, *arguments, code=0):
         done = subprocess.run([*COMMAND, *arguments], capture_output=True, timeout=120, stdin=subprocess.DEVNULL)
         self.assertEqual(done.returncode, code, (arguments, done.stdout, done.stderr))
-        return done.stdout.decode(), done.stderr.decode()
+        return [stream.decode().replace("\r\n", "\n") for stream in (done.stdout, done.stderr)]
 
     def run_json(self, *arguments, code=0):
         out, _ = self.run_tool(*arguments, "--json", code=code)
