@@ -6,6 +6,7 @@
 
 #include "Source/Alloc.h"
 #include "Source/Faults.h"
+#include "Source/Path.h"
 #include "Source/Text.h"
 #include "kq/environment.h"
 #include "kq/filespec.h"
@@ -99,7 +100,8 @@ int GetDisplayNameKQ(KQEnumObjectS* object, char* name) {
     ReadShellName(object, pal::ShellName::Display, name, kDisplayBytes);
     char path[kNameBytes], bare[kNameBytes];
     if (!ReadShellName(object, pal::ShellName::Parsing, path, sizeof path)) return 1;
-    GetFileNameKQ(path, bare);
+    const char* separator = kq::LastSeparator(path);   // its first character counts: "/bin" shows as "bin"
+    std::strcpy(bare, separator ? separator + 1 : path);
     size_t size = std::strlen(bare) + 1;
     if (size > 1 && size <= kDisplayBytes && kq::CompareFolded(bare, name) != 0) std::memcpy(name, bare, size);
     return 1;

@@ -48,9 +48,10 @@ void WalkRows(const Block& source, const Block& target, const CopyPlan& plan, i6
     }
 }
 
-// Whether all of the plan's rows, from (x, y) on, are rows of the bitmap and lie in its memory.
+// Whether all of the plan's rows, from (x, y) on, lie in rows of the bitmap and in its memory.
 bool HoldsAll(const Block& block, i64 x, i64 y, const CopyPlan& plan, i64 bytes) {
     if (plan.width <= 0 || plan.height <= 0 || y < 0 || y + plan.height > block.height) return false;
+    if (x < 0 || x + plan.width > block.width) return false;   // rows that run into each other are walked in order
     for (i64 row : {y, y + plan.height - 1}) {
         i64 start = block.Offset(x, row), end = start + (plan.width - 1) * block.pixelBytes + bytes;
         if (start < 0 || end > block.size) return false;

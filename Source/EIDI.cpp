@@ -80,7 +80,7 @@ void WalkFrames(KQClip* clip, EIDIClip* data) {
         last = frame.time;
     }
     data->found = found;
-    if (found >= 2 && last - before > 0) clip->sourceRate = 1.0 / (last - before);
+    if (found >= 2 && last - before > 0 && std::isfinite(last - before)) clip->sourceRate = 1.0 / (last - before);
 }
 
 i32 OpenEIDI(KQClip* clip, TagItem*) {

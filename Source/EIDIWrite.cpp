@@ -14,6 +14,7 @@
 #include "Source/FileAt.h"
 #include "Source/PackRun.h"
 #include "Source/PixelUnits.h"
+#include "Source/SizeGate.h"
 #include "Source/WriteBands.h"
 #include "kq/environment.h"
 
@@ -153,7 +154,7 @@ i64 WriteFrame(KQClip* clip, const KQBitmap* bitmap, FrameWriter* writer, i64 st
 }
 
 bool Fits(const KQBitmap* bitmap) {
-    return bitmap->depth == 32 && bitmap->width <= kMostPackedWidth && bitmap->height <= kMostPackedWidth;
+    return bitmap->depth == 32 && kq::FrameMayBeWritten(bitmap->width, bitmap->height);
 }
 
 }   // namespace

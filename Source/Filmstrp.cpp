@@ -162,6 +162,10 @@ i32 WriteLabel(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap, i32 frame
 i32 AddFilmFrame(KQClip* clip, KQBitmap* bitmap, i32 frame, const KQRectT<long>*) {
     Film* film = FilmOf(clip);
     if (!film) return 0;
+    if (!kq::FrameMayBeWritten(bitmap->width, bitmap->height)) {
+        KQEnv->Error = KQERR_BADDATA;
+        return 0;
+    }
     if (!kq::MoveTo(film->file, film->end)) {
         KQEnv->Error = KQERR_WRITE;
         return 0;

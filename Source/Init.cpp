@@ -155,7 +155,7 @@ void LetGoOfGivenStrings() {
 
 KQEnvironment* InitKQ(void (*callback)(KQEvent*), const char* prefs, const char* keys, const char* strings,
                       void* instance, TagItem* tags) {
-    if (!AllocateEnvironment()) return nullptr;
+    if (KQEnv || !AllocateEnvironment()) return nullptr;
     NewList(&KQEnv->MemoryChunks);   // first: the next line already allocates
     KQEnv->GUI = KQ_NEW(KQGUIInfo);
     if (!KQEnv->GUI) return ReleaseEnvironment();

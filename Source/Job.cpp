@@ -64,6 +64,7 @@ void StartJobKQ(KQJob* job, i32 delay) {
     // A routine that agrees to run a job it has removed is not believed.
     if (!job->Routine(job, KQJOB_MsgStart) || !Stands(job)) return;
     job->Count = 0;
+    job->Flags &= ~KQJOB_Waiting;
     job->Flags |= KQJOB_Running | KQJOB_Started;
 }
 

@@ -38,11 +38,11 @@ void KQRectT<T>::SetRB(T left, T top, T right, T bottom) {
 
 template <class T>
 void KQRectT<T>::Union(const KQRectT& other) {
-    if (other.Empty()) return;
     if (Empty()) {
         *this = other;
         return;
     }
+    if (other.Empty()) return;
     T right = std::max(Sum(x, width), Sum(other.x, other.width));
     T bottom = std::max(Sum(y, height), Sum(other.y, other.height));
     x = std::min(x, other.x);

@@ -35,4 +35,9 @@ constexpr bool FrameClaimIsSane(i64 width, i64 height, i64 leastBytes, i64 fileL
     return width * height <= kTrustedFramePixels || leastBytes <= fileLength;
 }
 
+// Whether a frame of this size may be written: what a reader's gate would refuse later is refused before it is lost.
+constexpr bool FrameMayBeWritten(i64 width, i64 height) {
+    return width <= 32767 && height <= 32767 && width * height <= kMostFramePixels;
+}
+
 }   // namespace kq

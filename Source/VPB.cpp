@@ -239,7 +239,7 @@ i32 WritePicture(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
 // Each frame is a file of its own, which the clip's specification names by now. A file that could not be written to
 // its end stays as it is.
 i32 AddPicture(KQClip* clip, KQBitmap* bitmap, i32, const KQRectT<long>*) {
-    if (bitmap->depth != 32 || bitmap->width > 32767 || bitmap->height > 32767) {
+    if (bitmap->depth != 32 || !kq::FrameMayBeWritten(bitmap->width, bitmap->height)) {
         KQEnv->Error = KQERR_BADDATA;
         return 0;
     }

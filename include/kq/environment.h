@@ -162,7 +162,8 @@ extern KQ_API KQEnvironment* KQEnv;
 // Brings every service up in a fixed order. `callback` (may be null) is the default target of events. `prefs`, `keys`
 // and `strings` name the window preferences file, the key file (read only with KQTAG_InitKeySections) and the string
 // catalogue, in the executable's folder; null: none. `instance` is the application's module instance. `tags` are
-// cloned. Returns the environment, or null on failure.
+// cloned. Returns the environment, or null on failure and
+// while there is one already.
 KQ_API KQEnvironment* InitKQ(void (*callback)(KQEvent*), const char* prefs, const char* keys, const char* strings,
                              void* instance, TagItem* tags);
 

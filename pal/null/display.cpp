@@ -4,6 +4,7 @@
 // Drawing goes pixel by pixel: it is exact and simple, and nobody waits for it.
 #include "pal/null/display.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -64,8 +65,11 @@ void Put(const Surface& surface, i64 x, i64 y, u32 colour) {
 }
 
 void DrawStretched(const Surface& target, DrawPlace to, const Surface& source, DrawPlace from) {
-    for (i64 y = 0; y < to.height; ++y)
-        for (i64 x = 0; x < to.width; ++x) {
+    // Only what falls on the target is gone through: the place may be far larger.
+    i64 bottom = std::min<i64>(to.height, i64(target.height) - to.y),
+        right = std::min<i64>(to.width, i64(target.width) - to.x);
+    for (i64 y = std::max<i64>(0, -i64(to.y)); y < bottom; ++y)
+        for (i64 x = std::max<i64>(0, -i64(to.x)); x < right; ++x) {
             i64 sourceX = from.x + x * from.width / to.width, sourceY = from.y + y * from.height / to.height;
             if (Has(target, to.x + x, to.y + y) && Has(source, sourceX, sourceY))
                 Put(target, to.x + x, to.y + y, Get(source, sourceX, sourceY));
@@ -143,6 +147,7 @@ void Blit(void* target, DrawPlace to, void* source, i32 sourceX, i32 sourceY) {
 }
 
 bool DrawDib(void*, void* context, DrawPlace to, const DibHeader* header, const void* pixels, DrawPlace from) {
+    if (header->bitCount != 16 && header->bitCount != 24 && header->bitCount != 32) return false;
     Surface* drawn = SurfaceOf(context);
     if (!drawn) return false;
     Surface source{header->width, header->height, header->bitCount, static_cast<u8*>(const_cast<void*>(pixels))};

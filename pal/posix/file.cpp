@@ -94,7 +94,8 @@ bool FileWrite(File* file, const void* buffer, size_t count) {
     while (count > 0) {
         ssize_t put = write(file->descriptor, at, count);
         if (put < 0 && errno == EINTR) continue;
-        if (put < 0) return Failed(false);
+        if (put == 0) errno = ENOSPC;
+        if (put <= 0) return Failed(false);
         at += put;
         count -= size_t(put);
     }

@@ -60,6 +60,13 @@ TEST_F(Init, NullStringsAndNullTagsGiveAWorkingEnvironment) {
     FreeMemoryKQ(block);
 }
 
+TEST_F(Init, SecondStartIsRefusedAndLeavesTheFirst) {
+    KQEnvironment* first = Start();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(KQEnv, first);
+}
+
 TEST_F(Init, EveryListIsEmptyAndValid) {
     ASSERT_NE(Start(), nullptr);
     for (List* list : {&KQEnv->SpareList, &KQEnv->WindowList, &KQEnv->PseudoWindowList, &KQEnv->JobList,

@@ -139,6 +139,7 @@ TEST_F(Job, WaitingJobRunsWhenItIsStartedWithoutDelay) {
     KQJob* job = Add();
     StartJobKQ(job, 5);
     StartJobKQ(job, 0);
+    EXPECT_EQ(job->Flags, KQJOB_Running | KQJOB_Started);
     kq::RunJobs();
     EXPECT_EQ(Told(job), "12");
 }

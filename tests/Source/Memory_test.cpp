@@ -610,6 +610,21 @@ TEST_F(Memory, EachDamagedWordBehindTheBlockIsAnOverrun) {
     }
 }
 
+TEST_F(Memory, OverrunPastTheGuardsIntoTheNextHeaderIsToldAsAnOverrun) {
+    u8* first = static_cast<u8*>(AllocMemoryKQ(64, 0, "Tests/Here", 41));
+    void* second = AllocMemoryKQ(64, 0, "Tests/There", 42);
+    u8 saved[64 + sizeof(KQBlockHeader)];
+    std::memcpy(saved, first + 64, sizeof saved);
+    std::memset(first + 64, 0xEE, sizeof saved);
+    FreeMemoryKQ(first, "Tests/Free", 43);
+    ASSERT_EQ(messages.size(), 16u);
+    for (const std::string& m : messages)
+        EXPECT_EQ(m, "Memory Overrun!!\nAllocated at Tests/Here Line: 41\nHit cancel to debug");
+    std::memcpy(first + 64, saved, sizeof saved);   // the block was left alone and can be freed once it is whole
+    FreeMemoryKQ(second);
+    FreeMemoryKQ(first);
+}
+
 TEST_F(Memory, UnderrunsComeBeforeOverrunsAndTheBlockIsFreed) {
     u8* p = Guarded(8);
     std::memset(p - 64, 0, 64 + 8 + 64);
