@@ -54,9 +54,19 @@ int WriteScratch(KQClip* clip, i32 number, const KQBitmap* bitmap) {
         return 0;
     }
     if (!FileExistsKQ(name.path)) return WriteWhole(name.path, bitmap);
-    if (!replacement.Make(clip, number, true) || !WriteWhole(replacement.path, bitmap)) return 0;
-    if (!FileCallFails() && pal::FileReplace(replacement.path, name.path)) return 1;
-    KQEnv->Error = pal::FileError();
+    if (!replacement.Make(clip, number, true)) {
+        KQEnv->Error = KQERR_CREATE;
+        return 0;
+    }
+    if (!WriteWhole(replacement.path, bitmap)) return 0;
+    KQEnv->Error = KQERR_WRITE;
+    if (!FileCallFails()) {
+        if (pal::FileReplace(replacement.path, name.path)) {
+            KQEnv->Error = KQERR_NONE;
+            return 1;
+        }
+        KQEnv->Error = pal::FileError();
+    }
     return Abandon(replacement.path, KQERR_WRITE);
 }
 
@@ -186,6 +196,7 @@ int CallAddFrame(KQClip* clip, KQBitmap* bitmap, i32 frame, const KQRectT<long>*
 
 bool ReadScratch(KQClip* clip, i32 number, KQBitmap* bitmap) {
     const char* name = Make_TempName(clip, number, 0);
+    if (!name) KQEnv->Error = KQERR_NOTFOUND;
     KQFileInfo* file = name ? OpenFileKQ(name, KQFILE_Read) : nullptr;
     if (!file) return false;
     bool complete = GetFileLengthKQ(file) >= bitmap->dataSize;

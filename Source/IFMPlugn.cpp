@@ -133,15 +133,16 @@ void Unload(KQPlugin* plugin) {
 // Has the library's entry fill the cleared record; 0 and the library unloaded when it refuses or leaves out what is
 // needed.
 int CallEntry(KQFormatDesc* module) {
-    void* address = LoadPluginKQ(module->pluginInfo, 0);
+    KQPlugin* plugin = module->pluginInfo;   // foreign code may clear the record
+    void* address = LoadPluginKQ(plugin, 0);
     if (!address) return 0;
     const char* reason = reinterpret_cast<Entry>(address)(module) ? Missing(module) : "the entry returned 0";
     if (!reason) {
         module->cachedProperties = module->ImportProperties(module);
         return 1;
     }
-    DebugMessage("%s: refused: %s", module->pluginInfo->FileSpec, reason);
-    Unload(module->pluginInfo);
+    DebugMessage("%s: refused: %s", plugin->FileSpec, reason);
+    Unload(plugin);
     return 0;
 }
 
@@ -153,6 +154,9 @@ int LoadModule(KQFormatDesc* module) {
     int loaded = CallEntry(module);
     FreeContents(loaded ? &before : module);
     if (!loaded) *module = before;
+    module->node.Succ = before.node.Succ;   // the entry fills the record, its place in the registry stays
+    module->node.Pred = before.node.Pred;
+    if (loaded) module->hostInterface = &KQEnv;
     module->pluginInfo = plugin;
     return loaded;
 }

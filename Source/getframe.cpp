@@ -129,6 +129,7 @@ int FetchScaled(const Fetch& fetch, i32 frame) {
     KQClip* clip = fetch.clip;
     KQBitmap* whole = AllocBitmapKQ(clip->width, clip->height, 32);
     if (!whole) return 0;
+    FillBitmapKQ(whole, clip->backgroundColor);   // what a cut file or a smaller picture leaves out
     int done = CallModule(clip, whole, frame, nullptr, clip->width, clip->height);
     if (done) ScaleIntoPlace(fetch, whole);
     FreeBitmapKQ(whole);

@@ -5,6 +5,7 @@
 import json
 import os
 import random
+import shutil
 import struct
 import subprocess
 import sys
@@ -90,6 +91,18 @@ class KqclipTest(unittest.TestCase):
         for name, extension in (("Filmstrip", "flm"), ("ElectricImage", "ei"), ("Quantel VPB", "vpb")):
             self.assertEqual(names[name]["extensions"], [extension])
             self.assertTrue(names[name]["reads"] and names[name]["writes"])
+
+    def test_a_module_in_a_file_of_its_own_is_used(self):
+        folder = os.path.join(os.path.dirname(COMMAND[-1]), "modules")
+        shutil.copyfile(os.path.join(folder, "example.ifm"), "example.ifm")
+        names = {module["name"]: module for module in self.run_json("formats", "--modules", ".")["formats"]}
+        built_in = {module["name"] for module in self.run_json("formats")["formats"]}
+        added = [module for name, module in names.items() if name not in built_in]
+        self.assertEqual(len(added), 1, names)
+        extension = added[0]["extensions"][0]
+        self.film(frames=1)
+        self.run_tool("convert", "a.flm", f"b.{extension}", "--modules", ".")
+        self.assertTrue(self.run_json("compare", "a.flm", f"b.{extension}", "--modules", ".")["comparison"]["equal"])
 
     # Failures: one line, a stable code, no crash.
 
