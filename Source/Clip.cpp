@@ -8,6 +8,7 @@
 
 #include "Source/Alloc.h"
 #include "Source/Formats.h"
+#include "Source/Frames.h"
 #include "Source/Path.h"
 #include "Source/Startup.h"
 #include "Source/Text.h"
@@ -287,8 +288,18 @@ KQClip* OpenClipKQ(const char* fileSpec, TagItem* tags) {
 int OpenClipKQ(KQClip* clip, TagItem* tags) {
     KQEnv->Error = KQERR_NONE;
     if (!clip || !clip->format) return 0;
+    // A sequence is opened by its first file, as it was the first time; its own count of frames stays.
+    bool sequence = kq::IsSequence(clip, GetImportPropertiesKQ(clip->format)) && Is_Sequence(clip->fileSpec);
+    i32 frames = clip->sourceFrames;
+    kq::FrameFile file(clip);
+    if (sequence && !file.ForReading(0)) {
+        KQEnv->Error = KQERR_NOTFOUND;
+        return 0;
+    }
     KQEnv->Error = KQERR_MODULE;
-    if (!clip->format->Open(clip, tags)) {
+    int opened = clip->format->Open(clip, tags);
+    if (sequence) clip->sourceFrames = frames;
+    if (!opened) {
         NameModuleFailure();
         return 0;
     }

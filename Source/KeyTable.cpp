@@ -124,4 +124,16 @@ u16 FindCommandKey(u32 command) {
     return found != end && found->Command == command ? found->Key : 0;
 }
 
+KeyTarget keyTarget;
+
+void TryKeyEquivalent(u32 code, u32 qualifier) {
+    if (qualifier & kKeyRelease) return;
+    KQPalette* active = KQEnv->ActivePalette;
+    const KQKeySection* own = active && keyTarget.paletteKeys ? keyTarget.paletteKeys(active) : nullptr;
+    u16 command = FindKeyCommand(own, code, qualifier, nullptr);
+    bool modal = active && keyTarget.isModal && keyTarget.isModal(active);
+    if (!command && !modal) command = FindKeyCommand(KQEnv->KeySections, code, qualifier, nullptr);
+    if (command && keyTarget.sendCommand) keyTarget.sendCommand(command);
+}
+
 }   // namespace kq

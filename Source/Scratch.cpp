@@ -129,6 +129,7 @@ void RemoveScratchFolder() {
 }   // namespace kq
 
 void SetScratchDirKQ(const char* fileSpec) {
+    if (fileSpec && KQEnv->ScratchDir && std::strcmp(fileSpec, KQEnv->ScratchDir) == 0) return;   // it is in use
     char* copy = CopyFileSpecKQ(fileSpec);
     if (fileSpec && !copy) return;
     RemoveClaimed();

@@ -36,21 +36,27 @@ size_t NearestPosition(const std::vector<int>& numbers, int wanted) {
     return (long long)(numbers[after]) - wanted < (long long)(wanted) - numbers[after - 1] ? after : after - 1;
 }
 
-void ScanModules(const std::vector<std::string>& folders) {
+// Each module that a scan finds takes the place of the one before on the terminal's line.
+void ShowScanned(const char* text, void*) { std::fprintf(stderr, "\r%s\033[K", text); }
+
+void ScanModules(const std::vector<std::string>& folders, bool shown) {
+    KQScanDesc scan = {};
+    if (shown) scan.progress = ShowScanned;
     for (std::string folder : folders) {
         char* list[] = {folder.data(), nullptr};
-        EnumFilesKQ(list, nullptr, FormatModule_CheckFile, 0, 0);
+        EnumFilesKQ(list, nullptr, FormatModule_CheckFile, reinterpret_cast<uptr>(&scan), 0);
     }
+    if (shown && !folders.empty()) std::fprintf(stderr, "\r\033[K");
 }
 
 }   // namespace
 
-Library::Library(const std::vector<std::string>& folders) {
+Library::Library(const std::vector<std::string>& folders, bool showScan) {
     TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
     if (!InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags))
         throw Failure("no-memory", "cannot start the library: out of memory");
     InitFormatModulesKQ(nullptr);
-    ScanModules(folders);
+    ScanModules(folders, showScan);
 }
 
 Library::~Library() { CleanUpKQ(); }

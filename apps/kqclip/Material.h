@@ -16,7 +16,8 @@ namespace kqclip {
 // built-in ones. Messages of the library for the user go to standard error.
 class Library {
 public:
-    explicit Library(const std::vector<std::string>& folders);
+    // `showScan` shows the modules that are found, on standard error.
+    Library(const std::vector<std::string>& folders, bool showScan);
     ~Library();
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;

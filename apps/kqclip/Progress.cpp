@@ -15,10 +15,12 @@ namespace kqclip {
 Progress::Progress(std::string work, int total, const std::string& mode)
     : work_(std::move(work)),
       total_(total),
-      line_(mode == "auto" && isatty(fileno(stderr))),
+      line_(OnTerminal(mode)),
       json_(mode == "json"),
       start_(std::chrono::steady_clock::now()),
       last_(start_) {}
+
+bool Progress::OnTerminal(const std::string& mode) { return mode == "auto" && isatty(fileno(stderr)); }
 
 Progress::~Progress() {
     if (shown_ && line_) std::fprintf(stderr, "\r\033[K");

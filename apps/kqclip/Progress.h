@@ -12,6 +12,9 @@ public:
     Progress(std::string work, int total, const std::string& mode);
     ~Progress();
 
+    // Whether `mode` shows a line that rewrites itself: auto, and standard error is a terminal.
+    static bool OnTerminal(const std::string& mode);
+
     // Tells that `done` steps are done, at most ten times a second and for the last.
     void Show(int done);
 

@@ -6,6 +6,7 @@
 
 #include "apps/kqclip/Commands.h"
 #include "apps/kqclip/Manual.h"
+#include "apps/kqclip/Progress.h"
 
 namespace {
 
@@ -210,7 +211,7 @@ int Perform(const Request& request) {
     try {
         std::vector<std::string> folders = request.common.modules;
         for (const std::string& folder : DefaultModuleFolders()) folders.push_back(folder);
-        Library library(folders);
+        Library library(folders, Progress::OnTerminal(request.common.progress));
         request.run(report);
     } catch (const Failure& failure) {
         report.exitCode = failure.ExitCode();

@@ -462,4 +462,73 @@ TEST(KeyfileStart, KeyFileIsNotReadWithoutSections) {
     kqtest::RemoveTemporaryFolder(folder);
 }
 
+// Keys that become commands.
+
+std::vector<u16> sentCommands;
+const KQKeySection* paletteSection = nullptr;
+bool paletteIsModal = false;
+
+class KeyfileEquivalents : public Keyfile {
+protected:
+    void SetUp() override {
+        Keyfile::SetUp();
+        sentCommands.clear();
+        paletteSection = nullptr;
+        paletteIsModal = false;
+        kq::keyTarget = {[](KQPalette*) { return paletteSection; }, [](KQPalette*) { return paletteIsModal; },
+                         [](u16 command) { sentCommands.push_back(command); }};
+    }
+
+    void TearDown() override {
+        kq::keyTarget = {};
+        if (KQEnv) KQEnv->ActivePalette = nullptr;
+        Keyfile::TearDown();
+    }
+
+    void Activate() { KQEnv->ActivePalette = reinterpret_cast<KQPalette*>(this); }
+};
+
+TEST_F(KeyfileEquivalents, KeyOfTheFirstSectionSendsItsCommand) {
+    ParseMain("x Cut\n");
+    kq::TryKeyEquivalent('x', 0);
+    EXPECT_EQ(sentCommands, std::vector<u16>{1});
+}
+
+TEST_F(KeyfileEquivalents, ReleaseMatchesNothing) {
+    ParseMain("x Cut\n");
+    kq::TryKeyEquivalent('x', 0x4000);
+    EXPECT_TRUE(sentCommands.empty());
+}
+
+TEST_F(KeyfileEquivalents, KeyThatIsNotBoundSendsNothing) {
+    ParseMain("x Cut\n");
+    kq::TryKeyEquivalent('y', 0);
+    EXPECT_TRUE(sentCommands.empty());
+}
+
+TEST_F(KeyfileEquivalents, PaletteSectionComesFirstAndEndsTheSearch) {
+    Parse("Section Main\nx Cut\nSection Other\nx Copy\n");
+    Activate();
+    paletteSection = main_.Next;
+    kq::TryKeyEquivalent('x', 0);
+    EXPECT_EQ(sentCommands, std::vector<u16>{2});
+}
+
+TEST_F(KeyfileEquivalents, SecondSectionOfTheApplicationIsNotLookedAt) {
+    Parse("Section Main\nx Cut\nSection Other\ny Copy\n");
+    kq::TryKeyEquivalent('y', 0);
+    EXPECT_TRUE(sentCommands.empty());
+}
+
+TEST_F(KeyfileEquivalents, ModalPaletteKeepsTheApplicationsKeysOut) {
+    ParseMain("x Cut\n");
+    Activate();
+    paletteIsModal = true;
+    kq::TryKeyEquivalent('x', 0);
+    EXPECT_TRUE(sentCommands.empty());
+    paletteIsModal = false;
+    kq::TryKeyEquivalent('x', 0);
+    EXPECT_EQ(sentCommands, std::vector<u16>{1});
+}
+
 }   // namespace

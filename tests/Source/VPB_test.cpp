@@ -2,6 +2,7 @@
 #include <ctime>
 
 #include "Source/Startup.h"
+#include "kq/files.h"
 #include "support/FormatTest.h"
 
 using kqtest::Bytes;
@@ -403,3 +404,28 @@ TEST_F(VPB, OnAFullDiskThePartlyWrittenFileStays) {
     EXPECT_EQ(Read().size(), 4000u);
 }
 #endif
+
+TEST_F(VPB, AClosedSequenceReopensByItsFirstFile) {
+    InitFormatModulesKQ(nullptr);
+    Bytes file = FileOf(2, 1, Bytes{128, 128, 128, 128});
+    for (const char* name : {"a1.vpb", "a2.vpb"})
+        kqtest::WriteWholeFile(Folder() + name, file.data(), file.size());
+    KQClip* sequence = OpenClipKQ((Folder() + "a1.vpb").c_str(), KQTAG_CLIP_NOASK, 0, 0);
+    ASSERT_NE(sequence, nullptr);
+    EXPECT_EQ(sequence->sourceFrames, 2);
+    KQClip* clone = CloneClipKQ(sequence, nullptr);
+    ASSERT_NE(clone, nullptr);
+    CloseClipKQ(sequence);
+    EXPECT_EQ(OpenClipKQ(clone, nullptr), 1);
+    EXPECT_EQ(clone->sourceFrames, 2);
+    EXPECT_NE(std::string(clone->fileSpec).find("a[#].vpb"), std::string::npos);
+    DeleteFileKQ((Folder() + "a1.vpb").c_str());
+    clone->moduleData = nullptr;
+    EXPECT_EQ(OpenClipKQ(clone, nullptr), 0);
+    EXPECT_EQ(GetErrorKQ(), KQERR_NOTFOUND);
+    for (KQClip* each : {sequence, clone}) {
+        CloseClipKQ(each);
+        FreeClipKQ(each);
+    }
+    kq::FreeFormatModules();
+}
