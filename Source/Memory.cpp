@@ -12,9 +12,9 @@
 #include "Source/Startup.h"
 #include "Source/UserChannel.h"
 #include "kq/environment.h"
-#include "kq/tasks.h"
 #include "pal/memory.h"
 #include "pal/program.h"
+#include "pal/thread.h"
 
 namespace {
 
@@ -28,13 +28,17 @@ constexpr u32 kBackGuard = 0xDEADBEEF;
 // Holds the memory lock. There is none early in the start and late in the clean-up, when only one thread is there.
 class MemoryLocked {
 public:
-    MemoryLocked() : region_(KQEnv->MemoryLock) { EnterCriticalRegionKQ(region_); }
-    ~MemoryLocked() { ExitCriticalRegionKQ(region_); }
+    MemoryLocked() : region_(reinterpret_cast<pal::Region*>(KQEnv->MemoryLock)) {
+        if (region_) pal::RegionEnter(region_);
+    }
+    ~MemoryLocked() {
+        if (region_) pal::RegionExit(region_);
+    }
     MemoryLocked(const MemoryLocked&) = delete;
     MemoryLocked& operator=(const MemoryLocked&) = delete;
 
 private:
-    KQCriticalRegion* region_;
+    pal::Region* region_;
 };
 
 // Shows an alert with the place that it names; an answer of "Cancel" stops in the debugger, where the fault was found.

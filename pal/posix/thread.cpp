@@ -4,15 +4,24 @@
 // costs; where only one processor is there, spinning would only keep the holder from going on. Who waits for a
 // semaphore sleeps at once, because the thread that signals it may need the processor; only who says that it expects to
 // be let through soon looks first.
+//
+// A region that one thread enters again and again comes to favour that thread, which then enters and leaves with plain
+// stores: an atomic operation would wait until all its earlier stores have reached the cache. It announces itself and
+// looks whether it is favoured still; another thread takes the favour away and looks whether it has announced itself.
+// That one of the two sees the other takes a barrier between the store and the load on both sides. The favoured thread
+// has none: the other, which comes rarely, has the kernel execute one on all processors.
 #include "pal/thread.h"
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <climits>
 #include <cstdlib>
+#include <iterator>
 #include <new>
 
 #include <linux/futex.h>
+#include <linux/membarrier.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -40,16 +49,34 @@ struct Event {
     std::atomic<u32> signalled;
 };
 
+// The entries of one thread while a region favours it. It is that thread's for good: nobody else ever writes `depth`.
+struct Favoured {
+    std::atomic<const void*> thread;   // its mark
+    std::atomic<u32> depth;            // its entries; more than 0 while it holds the region
+};
+
 struct Region {
-    std::atomic<u32> state;            // one of kFree, kHeld, kWanted
+    std::atomic<Favoured*> favoured;   // whom the region favours at present, or null
+    std::atomic<u32> state;            // one of kFree, kHeld, kWanted; what all other entries go by
     u32 depth;                         // entries of the holder
     std::atomic<const void*> holder;   // the holder's mark; only the holder itself finds its own here
+
+    // Used by the holder alone.
+    const void* last;   // who held it before
+    u32 streak;         // how often in a row
+    u32 streakToFavour;
+    u32 threads;       // used entries of `all`
+    Favoured all[4];   // threads that were ever favoured; the first few that come often enough
 };
 
 namespace {
 
 constexpr u32 kFree = 0, kHeld = 1, kWanted = 2;   // wanted: held, and somebody may sleep
 constexpr u64 kSleeper = u64(1) << 32;
+
+// A favour is taken away at the cost of some hundred entries, so it is given after as many, and each that was taken
+// away doubles the number for the next.
+constexpr u32 kLeastStreak = 500, kMostStreak = 1 << 16;
 
 // What the host needs of a thread's stack besides the routine: thread-local storage, saved vector registers of the
 // dynamic linker, the C library's formatting.
@@ -61,7 +88,7 @@ thread_local char threadMark __attribute__((tls_model("initial-exec")));
 static_assert(std::endian::native == std::endian::little, "the count must be the first half of the semaphore's word");
 
 // Taken when the library is loaded, because a thread that has been placed counts its own processor alone.
-const int spinTurns = ProcessorCount() > 1 ? 40 : 0;
+const int spinLooks = ProcessorCount() > 1 ? 20 : 0;
 
 void Pause() {
 #if defined(__x86_64__)
@@ -115,18 +142,114 @@ bool TryTake(Semaphore* semaphore, u64 sleeper) {
     return false;
 }
 
+// ---- Regions
+
 bool TryEnter(Region* region) {
     u32 expected = kFree;
     return region->state.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed);
 }
 
-// Spins, then sleeps. Who has slept enters as "wanted", because others may sleep still.
+// Spins, then sleeps. The turns between two looks grow: who holds the region shall go on at full speed for a while,
+// with all that it needs in its cache. Who has slept enters as "wanted", because others may sleep still.
 void EnterContended(Region* region) {
-    for (int turn = spinTurns; turn > 0; --turn) {
+    for (int look = 0; look < spinLooks; ++look) {
         if (region->state.load(std::memory_order_relaxed) == kFree && TryEnter(region)) return;
-        Pause();
+        for (int turn = 0; turn < 1 << std::min(look, 5); ++turn) Pause();
     }
     while (region->state.exchange(kWanted, std::memory_order_acquire) != kFree) FutexWait(&region->state, kWanted);
+}
+
+bool BarrierEverywhere() { return syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0; }
+
+// Whether the kernel has the barrier; the process has asked for it then.
+bool BarrierIsThere() {
+    static const bool there = syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+    return there;
+}
+
+bool IsOwn(const Favoured* one) { return one->thread.load(std::memory_order_relaxed) == &threadMark; }
+
+// The thread's own record, null when the region never favoured it.
+Favoured* FindFavoured(Region* region) {
+    for (Favoured& one : region->all)
+        if (IsOwn(&one)) return &one;
+    return nullptr;
+}
+
+// Enters if the region favours the caller, or did when it entered the first time.
+bool EnterFavoured(Region* region, Favoured* own) {
+    u32 depth = own->depth.load(std::memory_order_relaxed);
+    own->depth.store(depth + 1, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);   // the other half is BarrierEverywhere
+    if (depth > 0 || region->favoured.load(std::memory_order_relaxed) == own) return true;
+    own->depth.store(0, std::memory_order_release);
+    return false;
+}
+
+// The caller holds the region's state; it waits until the favoured thread, if that is another, has left.
+void TakeFavourAway(Region* region) {
+    Favoured* other = region->favoured.load(std::memory_order_relaxed);
+    if (!other) return;
+    region->favoured.store(nullptr, std::memory_order_relaxed);
+    while (!BarrierEverywhere()) Pause();
+    region->streakToFavour = std::min(region->streakToFavour * 2, kMostStreak);
+    for (int look = 0; other->depth.load(std::memory_order_acquire) > 0; ++look) {
+        if (look < 100) {
+            Pause();
+            continue;
+        }
+        timespec nap = {0, 50000};
+        nanosleep(&nap, nullptr);
+    }
+}
+
+// Counts how often in a row the caller was the holder; often enough, and the region favours it. The caller leaves.
+void CountForFavour(Region* region) {
+    if (region->last != &threadMark) {
+        region->last = &threadMark;
+        region->streak = 0;
+    }
+    if (++region->streak < region->streakToFavour) return;
+    region->streak = 0;
+    if (!BarrierIsThere()) return;
+    Favoured* own = FindFavoured(region);
+    if (!own && region->threads < std::size(region->all)) {
+        own = &region->all[region->threads++];
+        own->thread.store(&threadMark, std::memory_order_relaxed);
+    }
+    region->favoured.store(own, std::memory_order_relaxed);
+}
+
+void LeaveFavoured(Favoured* own) {
+    own->depth.store(own->depth.load(std::memory_order_relaxed) - 1, std::memory_order_release);
+}
+
+void EnterSlowly(Region* region) {
+    if (region->holder.load(std::memory_order_relaxed) == &threadMark) {
+        ++region->depth;
+        return;
+    }
+    // Who takes our favour away waits for us: we are in, and may enter again.
+    Favoured* own = FindFavoured(region);
+    if (own && own->depth.load(std::memory_order_relaxed) > 0) {
+        EnterFavoured(region, own);
+        return;
+    }
+    if (!TryEnter(region)) EnterContended(region);
+    TakeFavourAway(region);
+    region->holder.store(&threadMark, std::memory_order_relaxed);
+    region->depth = 1;
+}
+
+void ExitSlowly(Region* region) {
+    if (region->holder.load(std::memory_order_relaxed) != &threadMark) {
+        LeaveFavoured(FindFavoured(region));   // the favour was taken away while we were in
+        return;
+    }
+    if (--region->depth > 0) return;
+    CountForFavour(region);
+    region->holder.store(nullptr, std::memory_order_relaxed);
+    if (region->state.exchange(kFree, std::memory_order_release) == kWanted) FutexWakeOne(&region->state);
 }
 
 }   // namespace
@@ -208,24 +331,26 @@ void EventSignal(Event* event) { event->signalled.store(1, std::memory_order_rel
 
 bool EventTake(Event* event) { return event->signalled.exchange(0, std::memory_order_acq_rel) != 0; }
 
-Region* RegionCreate() { return Make<Region>(); }
+Region* RegionCreate() {
+    Region* region = Make<Region>();
+    if (region) region->streakToFavour = kLeastStreak;
+    return region;
+}
 
 void RegionFree(Region* region) { std::free(region); }
 
 void RegionEnter(Region* region) {
-    if (region->holder.load(std::memory_order_relaxed) == &threadMark) {
-        ++region->depth;
-        return;
-    }
-    if (!TryEnter(region)) EnterContended(region);
-    region->holder.store(&threadMark, std::memory_order_relaxed);
-    region->depth = 1;
+    Favoured* favoured = region->favoured.load(std::memory_order_relaxed);
+    if (favoured && IsOwn(favoured) && EnterFavoured(region, favoured)) return;
+    EnterSlowly(region);
 }
 
 void RegionExit(Region* region) {
-    if (--region->depth > 0) return;
-    region->holder.store(nullptr, std::memory_order_relaxed);
-    if (region->state.exchange(kFree, std::memory_order_release) == kWanted) FutexWakeOne(&region->state);
+    Favoured* favoured = region->favoured.load(std::memory_order_relaxed);
+    if (favoured && IsOwn(favoured))
+        LeaveFavoured(favoured);
+    else
+        ExitSlowly(region);
 }
 
 }   // namespace pal
