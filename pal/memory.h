@@ -11,8 +11,8 @@ inline constexpr size_t kBlockAlignment = 65536;
 // A block of at least `bytes`, contents undefined. Null when the host has none. From any thread.
 void* BlockAlloc(size_t bytes);
 
-// Gives a block back. `bytes` is what BlockAlloc was called with. Null is ignored. A bounded number of blocks is kept
-// for the next BlockAlloc. From any thread.
+// Gives a block back. `bytes` is what BlockAlloc was called with. Null is ignored. Some blocks are kept for the next
+// BlockAlloc, up to 96 MB of them, until the last block that is out comes back or memory is short. From any thread.
 void BlockFree(void* block, size_t bytes);
 
 // Blocks that are out at present, for tests that look for leaks.

@@ -96,7 +96,7 @@ size_t Misaligned(const void* block) { return reinterpret_cast<uptr>(block) % kB
 
 // The kernel places maps side by side, and all of ours are multiples of the alignment long: the plain map is nearly
 // always aligned. Otherwise a longer one is cut on both sides.
-void* MapAligned(size_t length) {
+void* MapBlock(size_t length) {
     void* block = Map(length);
     if (!block || !Misaligned(block)) return block;
     munmap(block, length);
@@ -109,22 +109,33 @@ void* MapAligned(size_t length) {
     return longer + front;
 }
 
+void UnmapBlock(BlockCache::Block block) { munmap(block.place, block.bytes); }
+
+// Gives all kept blocks back; whether there was one.
+bool EmptyCache() {
+    bool any = false;
+    for (BlockCache::Block block; cache.TakeAny(&block); any = true) UnmapBlock(block);
+    return any;
+}
+
 }   // namespace
 
 void* BlockAlloc(size_t bytes) {
     size_t length = BlockCache::Round(bytes);
     if (length < bytes) return nullptr;
-    void* block = length == BlockCache::kBytes ? cache.Take() : nullptr;
-    if (!block) block = MapAligned(length);
+    void* block = cache.Take(length);
+    if (!block) block = MapBlock(length);
+    if (!block && EmptyCache()) block = MapBlock(length);
     if (block) ++blocksOut;
     return block;
 }
 
 void BlockFree(void* block, size_t bytes) {
     if (!block) return;
-    --blocksOut;
-    size_t length = BlockCache::Round(bytes);
-    if (length != BlockCache::kBytes || !cache.Keep(block)) munmap(block, length);
+    BlockCache::Block back[BlockCache::kMostLarge];
+    int count = cache.Keep({block, BlockCache::Round(bytes)}, back);
+    for (int i = 0; i < count; ++i) UnmapBlock(back[i]);
+    if (--blocksOut == 0) EmptyCache();   // nobody uses the library any more
 }
 
 i64 BlocksOut() { return blocksOut; }

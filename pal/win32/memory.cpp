@@ -29,21 +29,35 @@ HANDLE MakeMapping(const char* name, size_t bytes) {
     return CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, high, low, wide.Get());
 }
 
+void* MapBlock(size_t length) { return VirtualAlloc(nullptr, length, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE); }
+
+void UnmapBlock(BlockCache::Block block) { VirtualFree(block.place, 0, MEM_RELEASE); }
+
+// Gives all kept blocks back; whether there was one.
+bool EmptyCache() {
+    bool any = false;
+    for (BlockCache::Block block; cache.TakeAny(&block); any = true) UnmapBlock(block);
+    return any;
+}
+
 }   // namespace
 
 void* BlockAlloc(size_t bytes) {
     size_t length = BlockCache::Round(bytes);
     if (length < bytes) return nullptr;
-    void* block = length == BlockCache::kBytes ? cache.Take() : nullptr;
-    if (!block) block = VirtualAlloc(nullptr, length, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    void* block = cache.Take(length);
+    if (!block) block = MapBlock(length);
+    if (!block && EmptyCache()) block = MapBlock(length);
     if (block) ++blocksOut;
     return block;
 }
 
 void BlockFree(void* block, size_t bytes) {
     if (!block) return;
-    --blocksOut;
-    if (BlockCache::Round(bytes) != BlockCache::kBytes || !cache.Keep(block)) VirtualFree(block, 0, MEM_RELEASE);
+    BlockCache::Block back[BlockCache::kMostLarge];
+    int count = cache.Keep({block, BlockCache::Round(bytes)}, back);
+    for (int i = 0; i < count; ++i) UnmapBlock(back[i]);
+    if (--blocksOut == 0) EmptyCache();   // nobody uses the library any more
 }
 
 i64 BlocksOut() { return blocksOut; }

@@ -436,6 +436,79 @@ TEST_F(Threads, RegionKeepsThreadsApart) {
     FreeCriticalRegionKQ(region);
 }
 
+// A thread that enters again and again is favoured; the tests below give it time for that and then come in between.
+constexpr int kManyEntries = 3000;
+
+struct SharedCount {
+    KQCriticalRegion* region = CreateCriticalRegionKQ();
+    int count = 0;   // no atomic: the region is what keeps it
+
+    ~SharedCount() { FreeCriticalRegionKQ(region); }
+
+    void Add(int times, int depth) {
+        for (int i = 0; i < times; ++i) {
+            for (int k = 0; k < depth; ++k) EnterCriticalRegionKQ(region);
+            ++count;
+            for (int k = 0; k < depth; ++k) ExitCriticalRegionKQ(region);
+        }
+    }
+};
+
+TEST_F(Threads, FavouredThreadAndRareOthersKeepApart) {
+    SharedCount shared;
+    std::atomic<bool> done{false};
+    std::vector<std::thread> others;
+    std::atomic<int> visits{0};
+    for (int i = 0; i < 3; ++i)
+        others.emplace_back([&] {
+            while (!done) {
+                shared.Add(1, 2);
+                ++visits;
+                for (int k = 0; k < 50; ++k) std::this_thread::yield();
+            }
+        });
+    for (int i = 0; i < 100; ++i) {
+        shared.Add(kManyEntries, 1 + i % 3);
+        std::this_thread::yield();
+    }
+    done = true;
+    for (std::thread& t : others) t.join();
+    EXPECT_EQ(shared.count, 100 * kManyEntries + visits);
+}
+
+TEST_F(Threads, FavouredHolderMayEnterAgainWhileAnotherWaits) {
+    for (int round = 0; round < 20; ++round) {
+        SharedCount shared;
+        shared.Add(kManyEntries, 1);
+        EnterCriticalRegionKQ(shared.region);
+        std::thread other([&] { shared.Add(1, 1); });
+        for (int i = 0; i < 200; ++i) {
+            EnterCriticalRegionKQ(shared.region);
+            std::this_thread::yield();
+            ExitCriticalRegionKQ(shared.region);
+        }
+        EXPECT_EQ(shared.count, kManyEntries);
+        ExitCriticalRegionKQ(shared.region);
+        other.join();
+        EXPECT_EQ(shared.count, kManyEntries + 1);
+    }
+}
+
+TEST_F(Threads, RegionOfAFavouredThreadThatEndedIsFree) {
+    SharedCount shared;
+    for (int i = 0; i < 10; ++i) std::thread([&] { shared.Add(kManyEntries, 1); }).join();
+    shared.Add(kManyEntries, 1);
+    EXPECT_EQ(shared.count, 11 * kManyEntries);
+}
+
+TEST_F(Threads, MoreThreadsThanARegionFavoursShareIt) {
+    SharedCount shared;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) threads.emplace_back([&] { shared.Add(4 * kManyEntries, 1); });
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(shared.count, 32 * kManyEntries);
+}
+
 TEST_F(Threads, RegionComesFromThePlatform) {
     i64 before = kqtest::LiveBlocks();
     KQCriticalRegion* region = CreateCriticalRegionKQ();
