@@ -179,6 +179,15 @@ private:
     u64 state_;
 };
 
+// A frame or the contents of a file: a large block that comes, is written from end to end, and goes.
+void WriteLarge(const Allocator& a) {
+    constexpr size_t kBytes = 1920 * 1080 * 4;
+    void* block = a.allocate(kBytes);
+    std::memset(block, 0x3C, kBytes);
+    bench::Keep(block);
+    a.release(block);
+}
+
 constexpr int kSteps = 20000;
 
 bench::Contender Replacing(const Allocator& a, size_t live) {
@@ -211,6 +220,10 @@ void RunRows(const std::vector<Allocator>& all, const Allocator& guarded, const 
     row.clear();
     for (const Allocator& a : all) row.push_back(ReplacingTwice(a, 4096));
     bench::Row("random replacement, 4,096 live blocks, 2 threads", 8 * kSteps, "call", row, {{1, 1.0}});
+
+    row.clear();
+    for (size_t i = 0; i < 3; ++i) row.push_back({all[i].name, [a = all[i]] { WriteLarge(a); }});
+    bench::Row("a frame of 1920 x 1080 that comes, is written and goes", 1, "call", row, {});
 
     row = {Replacing(guarded, 4096), Replacing(filled, 4096)};
     bench::Row("random replacement, 4,096 live blocks, guards and fills", kSteps, "call", row, {{1, 0.5}});
