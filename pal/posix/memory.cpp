@@ -114,7 +114,7 @@ void* MapAligned(size_t length) {
 void* BlockAlloc(size_t bytes) {
     size_t length = BlockCache::Round(bytes);
     if (length < bytes) return nullptr;
-    void* block = length == BlockCache::kBytes ? cache.Take() : nullptr;
+    void* block = cache.Take(length);
     if (!block) block = MapAligned(length);
     if (block) ++blocksOut;
     return block;
@@ -123,8 +123,7 @@ void* BlockAlloc(size_t bytes) {
 void BlockFree(void* block, size_t bytes) {
     if (!block) return;
     --blocksOut;
-    size_t length = BlockCache::Round(bytes);
-    if (length != BlockCache::kBytes || !cache.Keep(block)) munmap(block, length);
+    cache.Keep(block, BlockCache::Round(bytes), munmap);
 }
 
 i64 BlocksOut() { return blocksOut; }

@@ -34,7 +34,7 @@ HANDLE MakeMapping(const char* name, size_t bytes) {
 void* BlockAlloc(size_t bytes) {
     size_t length = BlockCache::Round(bytes);
     if (length < bytes) return nullptr;
-    void* block = length == BlockCache::kBytes ? cache.Take() : nullptr;
+    void* block = cache.Take(length);
     if (!block) block = VirtualAlloc(nullptr, length, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
     if (block) ++blocksOut;
     return block;
@@ -43,7 +43,7 @@ void* BlockAlloc(size_t bytes) {
 void BlockFree(void* block, size_t bytes) {
     if (!block) return;
     --blocksOut;
-    if (BlockCache::Round(bytes) != BlockCache::kBytes || !cache.Keep(block)) VirtualFree(block, 0, MEM_RELEASE);
+    cache.Keep(block, BlockCache::Round(bytes), [](void* kept, size_t) { VirtualFree(kept, 0, MEM_RELEASE); });
 }
 
 i64 BlocksOut() { return blocksOut; }
