@@ -50,7 +50,10 @@ public:
     explicit DataReader(kq::ResourceModule* module)
         : module_(module), length_(kq::ModuleLength(module)), left_(kMostReadings * length_) {}
 
-    ~DataReader() { FreeMemoryKQ(bytes_); }
+    ~DataReader() {
+        kq::ForgetData(module_);
+        FreeMemoryKQ(bytes_);
+    }
 
     DataReader(const DataReader&) = delete;
     DataReader& operator=(const DataReader&) = delete;
@@ -78,7 +81,7 @@ private:
         at_ = at;
         count_ = 0;
         left_ -= count;
-        if (left_ < 0 || !Reserve(size_t(count)) || !kq::ReadData(module_, {at, u32(count)}, bytes_)) return false;
+        if (left_ < 0 || !Reserve(size_t(count)) || !kq::ReadData(module_, at, count, bytes_)) return false;
         count_ = count;
         return true;
     }
@@ -86,6 +89,7 @@ private:
     // Bare, because to fill a large block with the pattern of fresh memory would take longer than to read it.
     bool Reserve(size_t size) {
         if (bytes_ && size <= room_) return true;
+        kq::ForgetData(module_);
         FreeMemoryKQ(bytes_);
         room_ = size + kMostAhead;
         bytes_ = static_cast<u8*>(AllocMemoryKQ(room_, 0));
