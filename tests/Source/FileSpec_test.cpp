@@ -474,7 +474,7 @@ TEST_F(FileSpec, TextWithoutAFileNameIsNotSearchedFor) {
 TEST_F(FileSpec, QuestionForALongNameIsWhole) {
     std::string name(2000, 'n');
     name.replace(766, 3, "\xE2\x82\xAC");   // a character across the cut
-    ReadText("old/" + name, KQTAG_SpecAskReplace, 0);
+    ReadText(Below("old/" + name), KQTAG_SpecAskReplace, 0);
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0], std::string(766, 'n') + "... not found!\nWould you like to replace it?");
 }
