@@ -62,17 +62,23 @@ void BuildDisplayPalette(const pal::PaletteEntry system[256], i32 staticColours,
     AddCube(&writer);
 }
 
-void StartDisplay() {
+void OpenDrawing() {
     NoteOwnThread();
     KQEnv->DrawDib = pal::OpenDibDrawing();
     KQEnv->DisplayPalette = MakeDisplayPalette();
+}
+
+void UseDisplayPalette() {
     if (KQEnv->DisplayPalette && !pal::SetDibDrawingPalette(KQEnv->DrawDib, KQEnv->DisplayPalette))
         DebugMessage("DrawDibSetPalette: Failed.");
 }
 
-void StopDisplay() {
+void CloseDrawing() {
     pal::CloseDibDrawing(KQEnv->DrawDib);
     KQEnv->DrawDib = nullptr;
+}
+
+void DeleteDisplayPalette() {
     pal::DeletePaletteHandle(KQEnv->DisplayPalette);
     KQEnv->DisplayPalette = nullptr;
 }

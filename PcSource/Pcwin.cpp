@@ -1,4 +1,5 @@
-// The native layer without a screen: the command line and the metrics that need no window.
+// The native layer, up and down in a fixed order. Without a screen most of its steps find nothing to do: what is left
+// is the drawing service, the command line and the metrics.
 #define KQ_MODULE "PcSource/Pcwin"
 #include <cstring>
 
@@ -22,38 +23,59 @@ bool IsCommandLine(const char* text) {
     return false;
 }
 
-void TakeCommandLine(TagItem* tags) {
-    TagItem* given = FindTagItem(KQTAG_InitCommandLine, tags);
-    const char* text = given ? reinterpret_cast<const char*>(given->Data) : nullptr;
+void TakeCommandLine(const char* text) {
     if (!IsCommandLine(text)) return;
     size_t size = std::strlen(text) + 1;
     KQEnv->CommandLine = static_cast<char*>(KQ_ALLOC(size, 0));
     if (KQEnv->CommandLine) std::memcpy(KQEnv->CommandLine, text, size);
 }
 
+const char* TextOfTag(u32 number, TagItem* tags) {
+    TagItem* given = FindTagItem(number, tags);
+    return given ? reinterpret_cast<const char*>(given->Data) : nullptr;
+}
+
+// The width in pixels that gadgets share: of the screen, and in single-window mode of the main window.
+i32 SharedWidth() { return KQEnv->MDI ? pal::AskDisplayFormat().width : SavedMainWindowPlace(*KQEnv).width; }
+
+int CreateTopWindow() { return KQEnv->MDI ? CreateMainFrame() : CreateMainWindow(); }
+
 }   // namespace
 
 int StartNativeLayer(TagItem* tags) {
-    StartDisplay();
+    const char* title = TextOfTag(KQTAG_InitTitle, tags);
+    bool windowless = FindTagItem(KQTAG_InitNoWindow, tags) != nullptr;
+    if (title && RaiseRunningInstance(title)) return 0;
+    StartComponentModel();
+    RegisterWindowClasses();
+    StartMovieFiles();
+    OpenDrawing();
     KQEnv->WindowsDisabled = 0;
-    TakeCommandLine(tags);
-    ComputeMetrics(KQEnv->GUI, pal::AskDisplayFormat().width);
+    CreateInterfaceFonts();
+    UseDisplayPalette();
+    TakeCommandLine(TextOfTag(KQTAG_InitCommandLine, tags));
+    CreateBrushes();
+    if (!windowless && !CreateTopWindow()) return 0;
+    StartTimer();
+    ComputeMetrics(KQEnv->GUI, SharedWidth(), pal::AskDisplayFormat().width);
+    if (!windowless) ShowTopWindow();
     return 1;
 }
 
 void StopNativeLayer() {
-    StopDisplay();
+    ShutDownBinTransfer();
+    if (KQEnv->MDI) DestroyMainFrame();
+    StopTimer();
+    CloseDrawing();
     KQ_FREE(KQEnv->CommandLine);
     KQEnv->CommandLine = nullptr;
+    StopMovieFiles();
+    DeleteInterfaceFonts();
+    DeleteDisplayPalette();
+    DeleteBrushes();
+    UnloadLibraries();
+    StopComponentModel();
 }
-
-void ShowCursor() {}
-
-void CloseAllWindows() {}
-
-void CloseHelpSystem() {}
-
-void ClearMenuBar() {}
 
 }   // namespace kq
 

@@ -7,6 +7,7 @@
 
 #include "Source/Alloc.h"
 #include "Source/AskFile.h"
+#include "Source/Path.h"
 #include "Source/Text.h"
 #include "kq/clip.h"
 #include "kq/enumerate.h"
@@ -17,6 +18,9 @@
 namespace {
 
 constexpr size_t kPathBytes = 4096;
+
+// The most bytes of a name that a question shows: a message holds 1024, and the question stands behind the name.
+constexpr size_t kShownName = 768;
 
 kq::FileRequester replacementRequester = nullptr;
 
@@ -74,6 +78,12 @@ void ReadTags(Quest& quest, TagItem* tags) {
     }
 }
 
+// The part behind the last separator, wherever that stands: of a file in the root it is the file's name alone.
+const char* BareName(const char* path) {
+    const char* last = kq::LastSeparator(path);
+    return last ? last + 1 : path;
+}
+
 bool CountsFrames(const Quest& quest) { return quest.sequence && quest.count > 0; }
 
 void Drop(Quest& quest) {
@@ -118,12 +128,12 @@ void TakeFolder(Quest& quest, char (&path)[kPathBytes], size_t length) {
 
 int TryFile(const char* file, u32, uptr user) {
     Quest& quest = *reinterpret_cast<Quest*>(user);
-    char path[kPathBytes], name[kPathBytes];
+    char path[kPathBytes];
     if (quest.found || std::strlen(file) >= kPathBytes) return 1;
-    GetFileNameKQ(file, name);
+    const char* name = BareName(file);
     if (kq::CompareFolded(name, quest.wanted) != 0) return 1;
     std::strcpy(path, file);
-    TakeFolder(quest, path, std::strlen(path) - std::strlen(name));
+    TakeFolder(quest, path, size_t(name - file));
     return 1;
 }
 
@@ -155,9 +165,24 @@ char* AsSequence(char* chosen) {
     return clip.fileSpec;
 }
 
+// The name as a question shows it: a long one is cut in front of a character, never inside one.
+void ShortenName(const char* name, char (&shown)[kShownName + 4]) {
+    size_t length = std::strlen(name);
+    if (length <= kShownName) {
+        std::memcpy(shown, name, length + 1);
+        return;
+    }
+    size_t cut = kShownName;
+    while (cut > 0 && (u8(name[cut]) & 0xC0) == 0x80) --cut;
+    std::memcpy(shown, name, cut);
+    std::strcpy(shown + cut, "...");
+}
+
 bool UserWantsReplacement(const Quest& quest) {
-    return quest.sequence ? AskUserKQ("Image Sequence '%s' not found!\nWould you like to replace it?", quest.name)
-                          : AskUserKQ("%s not found!\nWould you like to replace it?", quest.name);
+    char name[kShownName + 4];
+    ShortenName(quest.name, name);
+    return quest.sequence ? AskUserKQ("Image Sequence '%s' not found!\nWould you like to replace it?", name)
+                          : AskUserKQ("%s not found!\nWould you like to replace it?", name);
 }
 
 void AskForReplacement(Quest& quest) {
@@ -198,7 +223,7 @@ char* ReadFileSpecKQ(KQFileInfo* file, TagItem* tags) {
     if (!ReadRecord(file, quest.text, &end)) return nullptr;
     quest.sequence = Is_Sequence(quest.text) != 0;
     ReadTags(quest, tags);
-    GetFileNameKQ(quest.text, quest.name);
+    std::strcpy(quest.name, BareName(quest.text));
     TryStored(quest);
     SeekFileKQ(file, i64(end), KQSEEK_Start);
     if (quest.noCheck) return quest.found;

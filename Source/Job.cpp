@@ -1,18 +1,21 @@
 // Cooperative jobs, and the round that gives each running one a step.
 //
-// Any routine may remove any job, its own too, so the round keeps no pointer to a next job. It marks all jobs first,
-// takes the first marked one from the head each time, and touches a job after its step only when it still stands in
-// the list with the mark of that step. The mark tells it from a new job that got the memory of a removed one.
+// Any routine may remove any job, its own too, whatever it is told. So the round keeps no pointer to a next job: it
+// marks all jobs first and takes the first marked one from the head each time. And a job is touched after its routine
+// ran only when it still stands in the list. Its serial number tells it from a new job that got the memory of a removed
+// one.
 #define KQ_MODULE "Source/Job"
 #include "Source/Job.h"
 
 #include "Source/Alloc.h"
+#include "Source/Startup.h"
 #include "kq/environment.h"
 #include "kq/jobs.h"
 
 namespace {
 
-constexpr u32 kIdle = 0, kToStep = 1, kInStep = 2;   // values of Pending
+// Marks in Pending: the job awaits its step in the round; its routine is being told of an abort.
+constexpr u32 kToStep = 1, kInAbort = 2;
 
 // The first job for which `wanted` is true, or null.
 template <class Wanted>
@@ -24,16 +27,27 @@ KQJob* FindJob(Wanted wanted) {
     return nullptr;
 }
 
-bool Stands(KQJob* job) {
-    return FindJob([job](KQJob* other) { return other == job; }) != nullptr;
+// Calls the routine. `result` is 0 when the job is gone afterwards: what a routine says of a job that it has removed
+// counts for nothing. True when the job still stands.
+bool Tell(KQJob* job, u32 message, int* result = nullptr) {
+    u32 serial = job->Reserved;
+    int said = job->Routine(job, message);
+    bool stands = FindJob([=](KQJob* other) { return other == job && other->Reserved == serial; }) != nullptr;
+    if (result) *result = stands && said;
+    return stands;
 }
 
-void Step(KQJob* job) {
-    job->Pending = kInStep;
-    job->Routine(job, KQJOB_MsgStep);
-    if (!Stands(job) || job->Pending != kInStep) return;
-    job->Pending = kIdle;
-    ++job->Count;
+// Ends a running or waiting job; false when it is gone afterwards. A routine that aborts its job while it is being told
+// of an abort is not told again.
+bool Abort(KQJob* job) {
+    if ((job->Flags & KQJOB_Running) && !(job->Pending & kInAbort)) {
+        job->Pending |= kInAbort;
+        if (!Tell(job, KQJOB_MsgAbort)) return false;
+        job->Pending &= ~kInAbort;
+        job->Flags |= KQJOB_Aborted;
+    }
+    job->Flags &= ~(KQJOB_Waiting | KQJOB_Running);
+    return true;
 }
 
 }   // namespace
@@ -42,40 +56,39 @@ KQJob* AddJobKQ(int (*routine)(KQJob*, u32)) {
     KQJob* job = KQ_NEW(KQJob);
     if (!job) return nullptr;
     job->Routine = routine;
+    job->Reserved = ++KQEnv->nextJobSerial;
     AddTail(&KQEnv->JobList, &job->Node);
     return job;
 }
 
 void RemoveJobKQ(KQJob* job) {
     if (!job) return;
-    if (job->Flags & KQJOB_Running) AbortJobKQ(job);
+    if ((job->Flags & KQJOB_Running) && !Abort(job)) return;
     Remove(&job->Node);
     KQ_FREE(job);
 }
 
 void StartJobKQ(KQJob* job, i32 delay) {
     if (!job) return;
-    if (job->Flags & KQJOB_Running) AbortJobKQ(job);
+    if ((job->Flags & KQJOB_Running) && !Abort(job)) return;
     if (delay != 0) {
         job->Delay = delay;
         job->Flags |= KQJOB_Waiting;
         return;
     }
-    // A routine that agrees to run a job it has removed is not believed.
-    if (!job->Routine(job, KQJOB_MsgStart) || !Stands(job)) return;
+    int agrees;
+    Tell(job, KQJOB_MsgStart, &agrees);
+    if (!agrees) return;
     job->Count = 0;
     job->Flags &= ~KQJOB_Waiting;
     job->Flags |= KQJOB_Running | KQJOB_Started;
 }
 
 void AbortJobKQ(KQJob* job) {
-    if (!job) return;
-    if (job->Flags & KQJOB_Running) {
-        job->Routine(job, KQJOB_MsgAbort);
-        job->Flags |= KQJOB_Aborted;
-    }
-    job->Flags &= ~(KQJOB_Waiting | KQJOB_Running);
+    if (job) Abort(job);
 }
+
+int AnyMsgsWaitingKQ() { return kq::InputWaits(); }
 
 int AnyJobsBusyKQ() {
     return FindJob([](KQJob* job) { return (job->Flags & (KQJOB_Waiting | KQJOB_Running)) != 0; }) != nullptr;
@@ -91,12 +104,12 @@ namespace kq {
 
 void RunJobs() {
     FindJob([](KQJob* job) {
-        job->Pending = kToStep;
+        job->Pending |= kToStep;
         return false;
     });
-    while (KQJob* job = FindJob([](KQJob* j) { return j->Pending == kToStep; })) {
-        job->Pending = kIdle;
-        if (job->Flags & KQJOB_Running) Step(job);
+    while (KQJob* job = FindJob([](KQJob* j) { return (j->Pending & kToStep) != 0; })) {
+        job->Pending &= ~kToStep;
+        if ((job->Flags & KQJOB_Running) && Tell(job, KQJOB_MsgStep)) ++job->Count;
     }
 }
 

@@ -37,14 +37,18 @@ i16 ComputeRowHeight(i32 textHeight) { return i16(textHeight * 7 / 4 - 4); }
 
 FramePlace SavedFramePlace(const KQEnvironment& environment) {
     if (environment.AppWindowMaximised) return {0, 0, 640, 400, true};
+    return SavedMainWindowPlace(environment);
+}
+
+FramePlace SavedMainWindowPlace(const KQEnvironment& environment) {
     FramePlace place{environment.AppWindowX, environment.AppWindowY, environment.AppWindowW, environment.AppWindowH,
-                     false};
+                     environment.AppWindowMaximised != 0};
     if (place.width >= 1 && place.height >= 1) return place;
     return {place.x, place.y, 640, 480, true};
 }
 
-void ComputeMetrics(KQGUIInfo* gui, i32 displayWidth) {
-    ComputeGridWidths(gui->GridWidths, displayWidth - 2 * gui->PaletteInset, kGridCells, gui->GroupSpacingY);
+void ComputeMetrics(KQGUIInfo* gui, i32 width, i32 displayWidth) {
+    ComputeGridWidths(gui->GridWidths, width - 2 * gui->PaletteInset, kGridCells, gui->GroupSpacingY);
     gui->RowHeight = ComputeRowHeight(TextHeight(InterfaceFontHeights(displayWidth).main));
 }
 

@@ -31,7 +31,12 @@ struct FramePlace {
 // maximised when it was saved has 640 x 400 at 0, 0.
 FramePlace SavedFramePlace(const KQEnvironment& environment);
 
-// Fills GridWidths and RowHeight for a display of `displayWidth` pixels.
-void ComputeMetrics(KQGUIInfo* gui, i32 displayWidth);
+// The same for the one window of single-window mode, which has no nominal size: a saved size counts whatever the saved
+// state was, and without one the window is maximised over 640 x 480.
+FramePlace SavedMainWindowPlace(const KQEnvironment& environment);
+
+// Fills GridWidths for gadgets that share `width` pixels, less the inset on both sides, and RowHeight for the fonts of
+// a display of `displayWidth` pixels.
+void ComputeMetrics(KQGUIInfo* gui, i32 width, i32 displayWidth);
 
 }   // namespace kq

@@ -51,6 +51,8 @@ struct ResourceModule {
     u32 sectionCount;
     Section sections[kMostSections];
     Window windows[kRuns];
+    i64 dataAt, dataCount;   // what ReadData read last
+    const u8* data;
 };
 
 namespace {
@@ -74,31 +76,35 @@ bool Shows(const Window& window, i64 at, i64 count) {
     return at >= window.at && at + count <= window.at + window.count;
 }
 
-// The window that shows these bytes, by preference the run's own; null when none does.
-const Window* FindWindow(const ResourceModule* module, Run run, i64 at, i64 count) {
-    if (Shows(module->windows[run], at, count)) return &module->windows[run];
+// The byte at `at` in what was read already and shows `count` bytes from there on: in the run's own window by
+// preference, then in the data, then in another window. Null when none does.
+const u8* FindBytes(const ResourceModule* module, Run run, i64 at, i64 count) {
+    const Window& own = module->windows[run];
+    if (Shows(own, at, count)) return own.bytes + (at - own.at);
+    if (at >= module->dataAt && at + count <= module->dataAt + module->dataCount)
+        return module->data + (at - module->dataAt);
     for (const Window& window : module->windows)
-        if (Shows(window, at, count)) return &window;
+        if (Shows(window, at, count)) return window.bytes + (at - window.at);
     return nullptr;
 }
 
-// Moves the run's window to `at`; null when the file does not give its bytes.
-const Window* MoveWindow(ResourceModule* module, Run run, i64 at) {
+// Moves the run's window to `at`, where its bytes then stand; null when the file does not give them.
+const u8* MoveWindow(ResourceModule* module, Run run, i64 at) {
     Window& window = module->windows[run];
     i64 left = module->length - at;
     i64 count = left < kWindowBytes ? left : kWindowBytes;
     window.at = at;
     window.count = ReadWhole(module, at, window.bytes, count) ? count : 0;
-    return window.count ? &window : nullptr;
+    return window.count ? window.bytes : nullptr;
 }
 
 // Reads a few bytes through the windows.
 bool Peek(ResourceModule* module, Run run, i64 at, void* buffer, i64 count) {
     if (!FileRange(module, at, count)) return false;
-    const Window* window = FindWindow(module, run, at, count);
-    if (!window) window = MoveWindow(module, run, at);
-    if (!window) return false;
-    std::memcpy(buffer, window->bytes + (at - window->at), size_t(count));
+    const u8* bytes = FindBytes(module, run, at, count);
+    if (!bytes) bytes = MoveWindow(module, run, at);
+    if (!bytes) return false;
+    std::memcpy(buffer, bytes, size_t(count));
     return true;
 }
 
@@ -313,9 +319,16 @@ bool LocateData(ResourceModule* module, const ResourceEntry& entry, ResourceSpan
     return FindAddress(module, Word32(leaf), &span->at, &count) && span->size <= count;
 }
 
-bool ReadData(ResourceModule* module, const ResourceSpan& span, u8* buffer) {
-    return span.size == 0 || ReadWhole(module, span.at, buffer, span.size);
+bool ReadData(ResourceModule* module, i64 at, i64 count, u8* buffer) {
+    ForgetData(module);
+    if (count > 0 && !ReadWhole(module, at, buffer, count)) return false;
+    module->dataAt = at;
+    module->dataCount = count;
+    module->data = buffer;
+    return true;
 }
+
+void ForgetData(ResourceModule* module) { module->dataCount = 0; }
 
 i64 ModuleLength(const ResourceModule* module) { return module->length; }
 

@@ -59,8 +59,10 @@ bool ReadEntry(ResourceModule* module, const ResourceFolder& folder, u32 index, 
 // Where the data lie that an entry leads to; false when it leads to none, or to some outside the file.
 bool LocateData(ResourceModule* module, const ResourceEntry& entry, ResourceSpan* span);
 
-// Reads the bytes of a span into `buffer`; false when the file does not give them.
-bool ReadData(ResourceModule* module, const ResourceSpan& span, u8* buffer);
+// Reads `count` bytes from `at` on into `buffer`; false when the file does not give them. Entries of the directory that
+// stand among them are taken from there, until the next call or ForgetData: `buffer` has to stay until then.
+bool ReadData(ResourceModule* module, i64 at, i64 count, u8* buffer);
+void ForgetData(ResourceModule* module);
 
 // Bytes of the module file.
 i64 ModuleLength(const ResourceModule* module);

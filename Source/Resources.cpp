@@ -18,6 +18,9 @@ constexpr i64 kMostReadings = 4;
 // The most bytes that are read ahead of a resource.
 constexpr i64 kMostAhead = 64 * 1024;
 
+// Reads begin at multiples of this and go to addresses that are multiples of it, which copies fastest.
+constexpr i64 kAlignment = 64;
+
 // What the tags ask for.
 struct Wanted {
     bool stripHead = false;
@@ -50,7 +53,10 @@ public:
     explicit DataReader(kq::ResourceModule* module)
         : module_(module), length_(kq::ModuleLength(module)), left_(kMostReadings * length_) {}
 
-    ~DataReader() { FreeMemoryKQ(bytes_); }
+    ~DataReader() {
+        kq::ForgetData(module_);
+        FreeMemoryKQ(block_);
+    }
 
     DataReader(const DataReader&) = delete;
     DataReader& operator=(const DataReader&) = delete;
@@ -58,7 +64,8 @@ public:
     // The resource's bytes, valid until the next call; null when they cannot be had.
     const u8* Get(const kq::ResourceSpan& span) {
         bool held = bytes_ && span.at >= at_ && span.at + span.size <= at_ + count_;
-        if (!held && !Read(span.at, Wanted(span))) return nullptr;
+        i64 before = span.at % kAlignment;
+        if (!held && !Read(span.at - before, before + Wanted(span))) return nullptr;
         return bytes_ + (span.at - at_);
     }
 
@@ -78,7 +85,7 @@ private:
         at_ = at;
         count_ = 0;
         left_ -= count;
-        if (left_ < 0 || !Reserve(size_t(count)) || !kq::ReadData(module_, {at, u32(count)}, bytes_)) return false;
+        if (left_ < 0 || !Reserve(size_t(count)) || !kq::ReadData(module_, at, count, bytes_)) return false;
         count_ = count;
         return true;
     }
@@ -86,18 +93,22 @@ private:
     // Bare, because to fill a large block with the pattern of fresh memory would take longer than to read it.
     bool Reserve(size_t size) {
         if (bytes_ && size <= room_) return true;
-        FreeMemoryKQ(bytes_);
+        kq::ForgetData(module_);
+        FreeMemoryKQ(block_);
         room_ = size + kMostAhead;
-        bytes_ = static_cast<u8*>(AllocMemoryKQ(room_, 0));
+        block_ = static_cast<u8*>(AllocMemoryKQ(room_ + kAlignment, 0));
+        uptr address = reinterpret_cast<uptr>(block_);
+        bytes_ = block_ ? block_ + (kAlignment - address % kAlignment) % kAlignment : nullptr;
         return bytes_ != nullptr;
     }
 
     kq::ResourceModule* module_;
     i64 length_;
     i64 left_;   // bytes that may still be read
-    u8* bytes_ = nullptr;
-    size_t room_ = 0;
-    i64 at_ = 0;   // what of the file the block holds
+    u8* block_ = nullptr;
+    u8* bytes_ = nullptr;   // the first aligned byte of the block
+    size_t room_ = 0;       // bytes from there on
+    i64 at_ = 0;            // what of the file the block holds
     i64 count_ = 0;
 };
 

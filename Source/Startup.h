@@ -17,24 +17,49 @@ void FreeMouseQueue();
 void ReadWindowPreferences();
 void StoreWindowPreferences();
 
-// DisplayPalette.cpp: the drawing service and the palette of an 8-bit display.
-void StartDisplay();
-void StopDisplay();
-
-// Pcwin.cpp: component model, window classes, fonts, brushes, top window, timer. Without a screen: the command line
-// and the metrics alone.
-int StartNativeLayer(TagItem* tags);
+// Pcwin.cpp: everything that faces the host's desktop, up and down. Each of its steps stands below.
+int StartNativeLayer(TagItem* tags);   // 0: an instance with the same title runs, or there is no top window
 void StopNativeLayer();
+
+// DisplayPalette.cpp: the drawing service, the palette of an 8-bit display, and the one given to the other.
+void OpenDrawing();
+void UseDisplayPalette();
+void CloseDrawing();
+void DeleteDisplayPalette();
+
+// The steps of the native layer that need the desktop. Those that make are in the order of the start, those that
+// undo in the order of the clean-up.
+bool RaiseRunningInstance(const char* title);   // true: a window with this title was there, and is on top now
+void StartComponentModel();
+void RegisterWindowClasses();
+void StartMovieFiles();
+void CreateInterfaceFonts();
+void CreateBrushes();
+int CreateMainFrame();    // the frame of many documents, with accelerators and client
+int CreateMainWindow();   // the one window of single-window mode
+void StartTimer();
+void ShowTopWindow();
+
+void ShutDownBinTransfer();
+void DestroyMainFrame();
+void StopTimer();
+void StopMovieFiles();
+void DeleteInterfaceFonts();
+void DeleteBrushes();
+void UnloadLibraries();
+void StopComponentModel();
+
 void ShowCursor();   // shows the pointer that Cursor names
-void CloseAllWindows();
 void CloseHelpSystem();
+void CloseAllWindows();
 void ClearMenuBar();
 
 // Pseudos.cpp
 void FreePseudoWindows();
 
-// Pcevent.cpp: the platform's quit message, with its code.
+// Pcevent.cpp: the platform's quit message, with its code; whether pointer or button messages are queued.
 void PostQuitMessage(u32 code);
+bool InputWaits();
 
 // Threads.cpp
 void StartTaskPool();

@@ -156,14 +156,34 @@ void RunSlice(void* data) {
     slice->Result = slice->Routine(slice->Slice, slice->Slices, slice->Argument);
 }
 
-// Appends and starts a slice; false when there is no memory for its record.
-bool StartSlice(List* slices, const ForkSlice& wanted) {
+// Starts the routine in an idle thread of the pool, else in a fresh one; null when none can be had.
+TaskInfoKQ* StartTask(TaskRoutine routine, void* argument) {
+    kq::PoolEntry* idle = FindEntry([](kq::PoolEntry* entry) { return !entry->Busy; });
+    return idle ? StartPooled(idle, routine, argument) : StartFresh(routine, argument);
+}
+
+// Appends and starts a slice; null when there is no memory for its record.
+ForkSlice* StartSlice(List* slices, const ForkSlice& wanted) {
     ForkSlice* slice = KQ_NEW(ForkSlice);
-    if (!slice) return false;
+    if (!slice) return nullptr;
     *slice = wanted;
     AddTail(slices, &slice->Node);
-    slice->Task = CreateTaskKQ(RunSlice, slice);
-    return true;
+    slice->Task = StartTask(RunSlice, slice);
+    return slice;
+}
+
+// The error word, which slices at work write in the memory manager, under its lock.
+u32 ReadError() {
+    EnterCriticalRegionKQ(KQEnv->MemoryLock);
+    u32 error = KQEnv->Error;
+    ExitCriticalRegionKQ(KQEnv->MemoryLock);
+    return error;
+}
+
+void WriteError(u32 error) {
+    EnterCriticalRegionKQ(KQEnv->MemoryLock);
+    KQEnv->Error = error;
+    ExitCriticalRegionKQ(KQEnv->MemoryLock);
 }
 
 // Waits for a slice, or runs it here when it has no thread, and frees it; its result.
@@ -203,9 +223,8 @@ void FreeMemoryLock() {
 
 TaskInfoKQ* CreateTaskKQ(void* routine, void* argument) {
     TaskRoutine typed = reinterpret_cast<TaskRoutine>(routine);
-    kq::PoolEntry* idle = FindEntry([](kq::PoolEntry* entry) { return !entry->Busy; });
-    TaskInfoKQ* task = !typed ? nullptr : idle ? StartPooled(idle, typed, argument) : StartFresh(typed, argument);
-    if (!task) KQEnv->Error = KQERR_NOMEM;
+    TaskInfoKQ* task = typed ? StartTask(typed, argument) : nullptr;
+    if (!task) WriteError(KQERR_NOMEM);
     return task;
 }
 
@@ -236,9 +255,12 @@ int MPForkKQ(int (*routine)(i32, i32, void*), void* data, i32 maxSlices) {
     List running;
     NewList(&running);
     int all = 1;
-    for (i32 slice = 1; slice <= slices; ++slice)
-        if (!StartSlice(&running, ForkSlice{{}, slice, slices, routine, data, nullptr, 0}))
-            if (!routine(slice, slices, data)) all = 0;
+    for (i32 slice = 1; slice <= slices; ++slice) {
+        u32 error = ReadError();
+        const ForkSlice* started = StartSlice(&running, ForkSlice{{}, slice, slices, routine, data, nullptr, 0});
+        if (!started || !started->Task) WriteError(error);   // it runs in this thread: no failure of the fork's
+        if (!started && !routine(slice, slices, data)) all = 0;
+    }
     while (Node* node = RemHead(&running))
         if (!FinishSlice(reinterpret_cast<ForkSlice*>(node))) all = 0;
     return all;

@@ -96,6 +96,9 @@ void FolderClose(FolderWalk* walk);
 // the library has a code for.
 u32 FileError();
 
+// The same for a number of the host's own: errno on POSIX, the last error on Windows.
+u32 ErrorCode(u32 hostError);
+
 // The separator that paths made by the library use.
 char Separator();
 

@@ -46,7 +46,7 @@ inline constexpr u32 KQTAG_ResourceLastID = 0x10002;      // i32: highest ID to 
 // Opens the module `file` for its resources; it is neither loaded nor run. A module is a PE file, or an ELF file that
 // holds the same resource directory in a section named `.kqrsrc`, where the addresses of data count from the section's
 // start; 32-bit and 64-bit, whatever the host. The file stays open until EndResourceAccessKQ. Null with the reason in
-// `Error` when the file is none or cannot be read.
+// `Error` when the file is none or cannot be read; null, with `Error` left alone, for a null name.
 KQ_API void* BeginResourceAccessKQ(const char* file);
 
 // Ends the access; null is ignored.
@@ -71,7 +71,9 @@ int EnumResourceIDKQ(void* module, const char* type, int (*callback)(KQResource*
     return EnumResourceIDKQ(module, type, callback, user, tags.data());
 }
 
-// How many resources of `type` the module has; 0 for a null module or an unknown type.
+// How many resources of `type`, taken as EnumResourceIDKQ takes it, the module's directory lists: all of them, those
+// without a number and those whose data cannot be had included, so that an enumeration may report fewer. 0 for a null
+// module, a null or an unknown type. For the library's own thread.
 KQ_API int NumResourceIDKQ(void* module, const char* type);
 
 // An open folder of the shell's namespace, and one object in it. The objects are used on the thread that made them.
@@ -100,7 +102,8 @@ KQ_API KQEnumObjectS* GetNextFileObjectKQ(KQShellFolderS* folder, u32* isFolder)
 KQ_API char* GetFileSpecKQ(KQEnumObjectS* object);
 
 // Writes the name under which the object is shown to `name`, which holds at least 1024 bytes: the bare file name when
-// the object has a path, else the shell's name for it. Returns 1, or 0 for a null object.
+// the object has a path, so that no extension is hidden, else the shell's name for it; where the two differ in case
+// alone, the shell's. Returns 1, or 0 for a null object.
 KQ_API int GetDisplayNameKQ(KQEnumObjectS* object, char* name);
 
 // Frees a folder; null is ignored.

@@ -154,6 +154,7 @@ struct KQEnvironment {
     void* KeyIndex;           // sorted form of KeyTable
     void* StringIndex;        // hashed form of Strings
     i32 nextClipId;           // serial number of the next clip
+    u32 nextJobSerial;        // serial number of the last job
 };
 
 // The environment from InitKQ to CleanUpKQ, else null.

@@ -2,8 +2,8 @@
 //
 // While no message waits, the outermost event pump gives each running job one step after the other, and looks at
 // messages again after each round. A step must be short, because messages wait for it. A routine may add, start,
-// abort and remove jobs, its own included; it must not call HandleGUIKQ. When it is told to abort, it must not remove
-// its own job.
+// abort and remove jobs, its own included, whatever it is told; it must not call HandleGUIKQ. No steps run while a modal
+// palette is open, nor inside AdvanceGUIKQ.
 #pragma once
 
 #include "kq/lists.h"
@@ -27,8 +27,8 @@ enum : u32 {
 // A job. The library owns the record from AddJobKQ to RemoveJobKQ.
 struct KQJob {
     MinNode Node;   // in JobList
-    u32 Pending;    // internal mark of the present round
-    u32 Reserved;
+    u32 Pending;    // internal marks of the present round and of an abort
+    u32 Reserved;   // internal serial number
     u32 Flags;   // KQJOB_ flags
     i32 Delay;   // the delay given to StartJobKQ
     u32 Count;   // steps done since the start
@@ -49,11 +49,15 @@ KQ_API void RemoveJobKQ(KQJob* job);
 KQ_API void StartJobKQ(KQJob* job, i32 delay);
 
 // Tells the routine of a running job that it is aborted, and notes that for JobAbortedKQ. The job neither runs nor
-// waits afterwards. Null is ignored.
+// waits afterwards. A routine that is being told is not told again. Null is ignored.
 KQ_API void AbortJobKQ(KQJob* job);
 
 // Non-zero when a job runs or waits.
 KQ_API int AnyJobsBusyKQ();
 
-// Non-zero once after an abort: the answer clears KQJOB_Aborted.
+// Non-zero once after an abort: the answer clears KQJOB_Aborted. 0 for null.
 KQ_API int JobAbortedKQ(KQJob* job);
+
+// Non-zero when pointer or button messages are queued: a routine asks now and then, and gives up its slice early. 0
+// where there is no screen.
+KQ_API int AnyMsgsWaitingKQ();

@@ -5,14 +5,24 @@
 //
 //     Section Main              the following lines belong to this section
 //     CONTROL s     Save        COMMAND and CONTROL, ALT and OPTION, SHIFT; then the key; then the command
-//     SHIFT F5      Step 10     a number behind the command is its value
+//     SHIFT F5      Step 10     a number behind the command is its value, of 16 bits
 //     A             All         a capital letter is Shift and the letter
-//     if Windows                lines up to else or endif count on this platform; any other word: they do not
+//     if Windows                lines up to else or endif count; with any other word they do not
 //     // a comment
 //
-// A key is a character, "space", or one of F1 to F15, LEFTARROW, RIGHTARROW, UPARROW, DOWNARROW, HELP, DELETE,
-// BACKSPACE, ENTER, HOME, END, TAB, PAGEUP, PAGEDOWN, ESC and RETURN. All words but "if" are taken in any case of
-// letters. Of two lines with the same key in one section the first counts. Faults are shown to the user one by one.
+// Words are parted by white space; a line ends with a line feed, a carriage return or both, the last one also with the
+// file. A key is a character, "space", or one of F1 to F15, LEFTARROW, RIGHTARROW, UPARROW, DOWNARROW, HELP, DELETE,
+// BACKSPACE, ENTER, HOME, END, TAB, PAGEUP, PAGEDOWN, ESC and RETURN. An unknown key stands for that of the last good
+// line. All words but "if" are taken in any case of letters. Of two lines with the same key in one section the first
+// counts, and a section that is named twice keeps its first start.
+//
+// Any word that begins with a small "if" is a condition, true when the word behind it begins with "Windows". Conditions
+// do not nest: each "if" sets whether lines count, "else" turns it over, "endif" lets them count. A comment may stand
+// behind the words of a line that is not complete; its modifiers then hold for the next line.
+//
+// Faults are shown to the user one by one, with the number of the line, and parsing goes on; a missing key file is one
+// of them. A key that nobody consumed becomes the command that the active palette's own section, or else the first
+// section of the chain, binds to it; a modal dialog keeps the application's section out.
 #pragma once
 
 #include "kq/types.h"
@@ -64,5 +74,6 @@ struct KQKeySection {
     u32 NameString;                             // when Name is null: number of the name in the string catalogue, or 0
     const KQKeyCommand* Commands;               // by name, or null
     const KQKeyCommandString* CommandStrings;   // by string number, used when Commands is null; or null
-    u16* Keys;   // filled by the library, null at the start: the first entry, as three words: key, command, value
+    u16* Keys;   // filled by InitKQ: the first entry, as three words: key, command, value; valid until CleanUpKQ. Null
+                 // for a section that the file does not name
 };

@@ -35,7 +35,8 @@ public:
     int operator==(char* text) const;
     int operator==(const char* text) const;
 
-    // Appends. The new length is the sum of both lengths, one byte more than the text needs.
+    // Appends. The new length is the sum of both lengths, one byte more than the text needs; an empty string on the
+    // right counts as its zero, 1.
     kqcString& operator+=(const kqcString& other);
     kqcString& operator+=(char* text);
     kqcString& operator+=(const char* text);

@@ -9,7 +9,8 @@
 
 #include "kq/types.h"
 
-// A running task. The handles are the platform's; SetEventKQ and CheckForEventKQ are the way to the event.
+// A running task. The handles are the platform's; SetEventKQ and CheckForEventKQ are the way to the event. The record
+// belongs to the library; TaskWaitKQ ends it.
 struct TaskInfoKQ {
     void* StartSemaphore;   // signalled to start work
     void* DoneSemaphore;    // signalled by the worker when the work is done
@@ -21,8 +22,9 @@ struct TaskInfoKQ {
 struct KQCriticalRegion;
 
 // Runs `routine(argument)` on another thread: an idle one of the pool, else a fresh one. `routine` is the address of a
-// `void (void*)`. Returns the task, to be given to TaskWaitKQ once: until then it keeps its thread of the pool. Null
-// with `Error` 1 when no thread can be had, also for a null routine.
+// `void (void*)`. Returns the task, to be given to TaskWaitKQ once: until then it keeps its thread of the pool, and
+// CleanUpKQ waits for the end of one that nobody waited for. A task begins with its event not signalled. Null with
+// `Error` 1 when no thread can be had, also for a null routine.
 KQ_API TaskInfoKQ* CreateTaskKQ(void* routine, void* argument);
 
 // The same for a routine with its type.
@@ -44,13 +46,14 @@ KQ_API int CheckForEventKQ(TaskInfoKQ* task);
 // same time, and returns when all have returned: 1 when each gave non-zero, else 0. There are `maxSlices` slices, but
 // not more than GetProcessorsKQ. With one processor, or `maxSlices` below 2, `routine(1, 1, data)` runs in the calling
 // thread and its result is returned. A slice whose thread cannot be had runs in the calling thread, so slices must not
-// wait for each other.
+// wait for each other; `Error` is left alone then. There is no balance between slices: each does the share that its
+// number tells.
 KQ_API int MPForkKQ(int (*routine)(i32 slice, i32 slices, void* data), void* data, i32 maxSlices);
 
 // The count of processors, as InitKQ found it.
 KQ_API i32 GetProcessorsKQ();
 
-// A counting semaphore that holds `initial` and never more than `maximum`; freed by FreeSemaphoreKQ. Null when
+// A counting semaphore, for any thread, that holds `initial` and never more than `maximum`; freed by FreeSemaphoreKQ. Null when
 // `maximum` is below 1, `initial` is not from 0 to `maximum`, or the platform has none.
 KQ_API void* CreateSemaphoreKQ(i32 initial, i32 maximum);
 
@@ -82,8 +85,8 @@ KQ_API void StartTimerKQ(i32* timer);
 // Milliseconds since StartTimerKQ stored `timer`; right across the wrap of the clock, up to 24 days. Any thread.
 KQ_API i32 ElapsedTimeKQ(i32 timer);
 
-// Counts one more reason to be busy and shows the wait pointer.
+// Counts one more reason to be busy (`BusyCount`) and shows the wait pointer (`Cursor` 4).
 KQ_API void BusyKQ();
 
-// Takes one reason back; with the last one the arrow shows again.
+// Takes one reason back; with the last one the arrow shows again (`Cursor` 0).
 KQ_API void NotBusyKQ();

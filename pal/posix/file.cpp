@@ -134,8 +134,7 @@ i64 FileLength(File* file) {
 
 bool FileCut(File* file, i64 length) {
     int result;
-    do
-        result = ftruncate(file->descriptor, off_t(length));
+    do result = ftruncate(file->descriptor, off_t(length));
     while (result != 0 && errno == EINTR);
     return result == 0 || Failed(false);
 }
@@ -200,8 +199,10 @@ void FolderClose(FolderWalk* walk) {
     std::free(walk);
 }
 
-u32 FileError() {
-    switch (lastErrno) {
+u32 FileError() { return ErrorCode(u32(lastErrno)); }
+
+u32 ErrorCode(u32 hostError) {
+    switch (hostError) {
     case ENOMEM: return KQERR_NOMEM;
     case ENOSPC:
     case EDQUOT:

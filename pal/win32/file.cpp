@@ -219,8 +219,10 @@ void FolderClose(FolderWalk* walk) {
     std::free(walk);
 }
 
-u32 FileError() {
-    switch (lastError) {
+u32 FileError() { return ErrorCode(lastError); }
+
+u32 ErrorCode(u32 hostError) {
+    switch (hostError) {
     case ERROR_NOT_ENOUGH_MEMORY:
     case ERROR_OUTOFMEMORY: return KQERR_NOMEM;
     case ERROR_HANDLE_DISK_FULL:

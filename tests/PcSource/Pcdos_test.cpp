@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -151,6 +152,40 @@ TEST_F(Pcdos, TransfersThatTheFileWasNotOpenedForAreDenied) {
     EXPECT_EQ(ReadFileKQ(file, &byte, 1), 0);
     EXPECT_EQ(GetErrorKQ(), u32(KQERR_ACCESS));
 }
+
+// Numbers of the host's own: errno here, the last error on Windows.
+TEST_F(Pcdos, HostErrorsHaveTheirCodes) {
+#if defined(_WIN32)
+    const u32 numbers[][2] = {{8, 1},   {14, 1}, {39, 6}, {112, 6}, {5, 9},   {12, 9},  {32, 9}, {33, 9},
+                              {19, 10}, {2, 11}, {3, 11}, {30, 12}, {29, 13}, {11, 14}, {0, 0},  {87, 0}};
+#else
+    const u32 numbers[][2] = {{ENOMEM, 1},   {ENOSPC, 6},   {EDQUOT, 6}, {EFBIG, 6},  {EACCES, 9},
+                              {EPERM, 9},    {EBUSY, 9},    {EISDIR, 9}, {EROFS, 10}, {ENOENT, 11},
+                              {ENOTDIR, 11}, {ENOEXEC, 14}, {0, 0},      {EINVAL, 0}};
+#endif
+    for (auto [number, code] : numbers) EXPECT_EQ(pal::ErrorCode(number), code) << number;
+}
+
+TEST_F(Pcdos, AFailedTransferWithoutAReasonKeepsItsCode) {
+    Open("abcdef", KQFILE_ReadWrite);
+    kq::fileFaults.Set(1, true);
+    EXPECT_EQ(WriteFileKQ(file, "x", 1), 0);
+    EXPECT_EQ(GetErrorKQ(), 13u);
+    char byte;
+    kq::fileFaults.Set(1, true);
+    EXPECT_EQ(ReadFileKQ(file, &byte, 1), 0);
+    EXPECT_EQ(GetErrorKQ(), 12u);
+}
+
+#if !defined(_WIN32)
+// A device that is always full.
+TEST_F(Pcdos, AFullDiskIsToldAsSuch) {
+    file = OpenFileKQ("/dev/full", KQFILE_Write);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(WriteFileKQ(file, "x", 1), 0);
+    EXPECT_EQ(GetErrorKQ(), 6u);
+}
+#endif
 
 TEST_F(Pcdos, ReadersShareAFile) {
     Open("abc");

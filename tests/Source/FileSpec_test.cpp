@@ -423,6 +423,62 @@ TEST_F(FileSpec, SequenceWhoseLastFrameDoesNotFitItsNameIsNotFound) {
     EXPECT_EQ(ReadText(Below("old/shot[#].tga"), KQTAG_SpecFrameCount, 11, KQTAG_SpecSearchDirs, folders), "null");
 }
 
+TEST_F(FileSpec, FileOfTheRootIsSearchedByItsNameAlone) {
+    Touch("new/deep/a.tga");
+    TouchFrames("new/deep/", 2);
+    std::string folder = Below("new/deep/"), tree = Below("new");
+    char* folders[] = {folder.data(), nullptr};
+    char* trees[] = {tree.data(), nullptr};
+    const std::string root(1, pal::Separator());
+    EXPECT_EQ(ReadText(root + "a.tga", KQTAG_SpecSearchDirs, folders), Below("new/deep/a.tga"));
+    EXPECT_EQ(ReadText(root + "a.tga", KQTAG_SpecSearchDirs, trees, KQTAG_SpecSearchTree, 0), Below("new/deep/a.tga"));
+    EXPECT_EQ(ReadText(root + "shot[####].tga", KQTAG_SpecSearchDirs, trees, KQTAG_SpecSearchTree, 0,
+                       KQTAG_SpecFrameCount, 2),
+              Below("new/deep/shot[####].tga"));
+}
+
+TEST_F(FileSpec, SequenceWhoseLastNumberIsBelowZeroIsNotFound) {
+    TouchFrames("new/", 2);
+    i32 frames[] = {0, -2};
+    std::string folder = Below("new/"), tree = Below("new");
+    char* folders[] = {folder.data(), nullptr};
+    char* trees[] = {tree.data(), nullptr};
+    EXPECT_EQ(ReadText(Below("old/shot[####].tga"), KQTAG_SpecFrameCount, 2, KQTAG_SpecFrames, frames,
+                       KQTAG_SpecSearchDirs, folders),
+              "null");
+    EXPECT_EQ(ReadText(Below("old/shot[####].tga"), KQTAG_SpecFrameCount, 2, KQTAG_SpecFrames, frames,
+                       KQTAG_SpecSearchDirs, trees, KQTAG_SpecSearchTree, 0),
+              "null");
+}
+
+// -1 marks a number of the list that was found, whoever wrote it there.
+TEST_F(FileSpec, LastNumberOfMinusOneCountsAsAFrameThatIsThere) {
+    i32 frames[] = {0, -1};
+    EXPECT_EQ(ReadText(Below("old/shot[####].tga"), KQTAG_SpecFrameCount, 2, KQTAG_SpecFrames, frames,
+                       KQTAG_SpecFramesValid, &framesValid),
+              Below("old/shot[####].tga"));
+    EXPECT_EQ(framesValid, 0);
+    EXPECT_EQ(messages.size(), 2u);
+}
+
+TEST_F(FileSpec, TextWithoutAFileNameIsNotSearchedFor) {
+    Touch("new/a.tga");
+    std::string folder = Below("new/");
+    char* folders[] = {folder.data(), nullptr};
+    EXPECT_EQ(ReadText(Below("old/"), KQTAG_SpecSearchDirs, folders), "null");
+    EXPECT_EQ(ReadText("", KQTAG_SpecSearchDirs, folders), "null");
+    EXPECT_EQ(ReadText("", KQTAG_SpecSearchDirs, folders, KQTAG_SpecSearchTree, 0), "null");
+    EXPECT_EQ(ReadText(folder, KQTAG_SpecSearchDirs, folders), folder);   // a folder that is there is found as stored
+}
+
+TEST_F(FileSpec, QuestionForALongNameIsWhole) {
+    std::string name(2000, 'n');
+    name.replace(766, 3, "\xE2\x82\xAC");   // a character across the cut
+    ReadText(Below("old/" + name), KQTAG_SpecAskReplace, 0);
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0], std::string(766, 'n') + "... not found!\nWould you like to replace it?");
+}
+
 TEST_F(FileSpec, UserIsAskedWhenAllElseFails) {
     EXPECT_EQ(ReadText(Below("old/a.tga"), KQTAG_SpecAskReplace, 0), "null");
     EXPECT_EQ(ReadText(Below("old/a[##].tga"), KQTAG_SpecAskReplace, 0, KQTAG_SpecFrameCount, 1), "null");

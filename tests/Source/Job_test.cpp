@@ -14,7 +14,7 @@ namespace {
 struct Script {
     std::string told;
     int agrees = 1;
-    std::function<void(KQJob*)> step;
+    std::function<void(KQJob*)> step, start, abort;
 };
 
 std::map<KQJob*, Script> scripts;
@@ -22,9 +22,10 @@ std::map<KQJob*, Script> scripts;
 int Obey(KQJob* job, u32 message) {
     Script& script = scripts[job];
     script.told += char('0' + message);
-    auto step = script.step;
-    if (message == KQJOB_MsgStep && step) step(job);
-    return script.agrees;
+    int agrees = script.agrees;
+    auto act = message == KQJOB_MsgStep ? script.step : message == KQJOB_MsgStart ? script.start : script.abort;
+    if (act) act(job);
+    return agrees;
 }
 
 class Job : public kqtest::KQTest {
@@ -242,6 +243,52 @@ TEST_F(Job, NewJobInTheMemoryOfARemovedOneHasNoSteps) {
     ASSERT_NE(added, nullptr);
     EXPECT_EQ(added->Count, 0u);
 }
+
+TEST_F(Job, NewJobInTheMemoryOfOneThatItsStartRemovedStaysIdle) {
+    KQJob* added = nullptr;
+    KQJob* a = Add();
+    scripts[a].start = [&](KQJob* self) {
+        scripts[self].start = nullptr;
+        RemoveJobKQ(self);
+        added = Add();
+    };
+    StartJobKQ(a, 0);
+    ASSERT_EQ(added, a);   // the memory manager gives the first block that fits
+    EXPECT_EQ(added->Flags, 0u);
+    EXPECT_EQ(AnyJobsBusyKQ(), 0);
+}
+
+TEST_F(Job, AbortInsideAnAbortIsNotToldAgain) {
+    KQJob* job = AddRunning();
+    scripts[job].abort = [](KQJob* self) { AbortJobKQ(self); };
+    AbortJobKQ(job);
+    EXPECT_EQ(Told(job), "13");
+    EXPECT_EQ(AnyJobsBusyKQ(), 0);
+    EXPECT_NE(JobAbortedKQ(job), 0);
+    StartJobKQ(job, 0);
+    AbortJobKQ(job);
+    EXPECT_EQ(Told(job), "1313");
+}
+
+TEST_F(Job, StartInsideAnAbortEndsAndLeavesTheJobIdle) {
+    KQJob* job = AddRunning();
+    scripts[job].abort = [](KQJob* self) { StartJobKQ(self, 0); };
+    AbortJobKQ(job);
+    EXPECT_EQ(Told(job), "131");
+    EXPECT_EQ(AnyJobsBusyKQ(), 0);
+}
+
+TEST_F(Job, JobThatRemovesItselfWhenItIsAbortedIsGone) {
+    for (auto end : {AbortJobKQ, RemoveJobKQ, +[](KQJob* job) { StartJobKQ(job, 0); }}) {
+        KQJob* job = AddRunning();
+        scripts[job].abort = [](KQJob* self) { RemoveJobKQ(self); };
+        end(job);
+        EXPECT_EQ(Told(job), "13");
+        EXPECT_EQ(List_Entries(&KQEnv->JobList), 0);
+    }
+}
+
+TEST_F(Job, NoMessagesWaitWithoutAScreen) { EXPECT_EQ(AnyMsgsWaitingKQ(), 0); }
 
 TEST_F(Job, JobThatAbortsItselfEnds) {
     KQJob* a = AddRunning();

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <random>
@@ -24,6 +25,8 @@
 #include "pal/memory.h"
 #include "support/Fixture.h"
 #include "support/MemoryModel.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -709,6 +712,14 @@ void NameReport(const char* path) {
 #endif
 }
 
+void UnnameReport() {
+#if defined(_WIN32)
+    _putenv_s("KQLIB_LEAK_REPORT", "");
+#else
+    unsetenv("KQLIB_LEAK_REPORT");
+#endif
+}
+
 // Sends the leak report of this test to a file of its own.
 class MemoryLeaks : public testing::Test {
 protected:
@@ -725,10 +736,10 @@ protected:
         kqtest::RemoveTemporaryFolder(folder_);
     }
 
-    std::string report;
+    std::string report, folder_;
 
 private:
-    std::string folder_, saved_;
+    std::string saved_;
 };
 
 TEST_F(MemoryLeaks, ReportNamesEachBlockInAddressOrder) {
@@ -746,6 +757,25 @@ TEST_F(MemoryLeaks, ReportNamesEachBlockInAddressOrder) {
     EXPECT_EQ(allocs - frees, 2);
     EXPECT_EQ(text.substr(first.size()), "Tests/Here Line: 11 Size: 16\nUnknown Line: 0 Size: 40\n");
     EXPECT_EQ(pal::BlocksOut(), 0);
+}
+
+// Where nobody names a file the report has a fixed one; a host without drives takes its name as a plain file's.
+TEST_F(MemoryLeaks, ReportGoesToTheFixedFileWhenNoneIsNamed) {
+    const std::string fixed = "f:\\source\\mardle\\_memdbg.txt";
+    fs::path before = fs::current_path();
+    fs::current_path(folder_);
+    UnnameReport();
+    Guarded(10, 0, 11);
+    CleanUpKQ();
+    std::string text = TextOf(fixed);
+    fs::current_path(before);
+    EXPECT_EQ(TextOf(report), "");
+    bool opens = true;
+#if defined(_WIN32)
+    std::error_code error;
+    opens = fs::exists("f:\\source\\mardle", error);
+#endif
+    EXPECT_EQ(text.find("Tests/Here Line: 11 Size: 16\n") != std::string::npos, opens) << text;
 }
 
 TEST_F(MemoryLeaks, NoReportWhenAllIsFreed) {

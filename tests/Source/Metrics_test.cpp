@@ -49,6 +49,34 @@ TEST_F(Metrics, StartWithoutAScreenFillsThem) {
     EXPECT_EQ(KQEnv->GUI->RowHeight, 20);
 }
 
+TEST_F(Metrics, SingleWindowModeSharesTheMainWindowsWidth) {
+    CleanUpKQ();
+    TagItem single[] = {{KQTAG_InitNoMDI, 0}, {KQTAG_End, 0}};
+    ASSERT_NE(kqtest::InitWithoutWindow(single), nullptr);
+    EXPECT_EQ(std::vector<i16>(KQEnv->GUI->GridWidths, KQEnv->GUI->GridWidths + 5), Grid(640 - 24, 2));
+    EXPECT_EQ(KQEnv->GUI->RowHeight, 20);
+}
+
+TEST_F(Metrics, SavedMainWindowWithoutASizeIs640By480Maximised) {
+    KQEnv->AppWindowW = 300;
+    kq::FramePlace place = kq::SavedMainWindowPlace(*KQEnv);
+    EXPECT_EQ(place.width, 640);
+    EXPECT_EQ(place.height, 480);
+    EXPECT_TRUE(place.maximised);
+}
+
+TEST_F(Metrics, SavedMaximisedMainWindowKeepsItsSize) {
+    KQEnv->AppWindowX = 5;
+    KQEnv->AppWindowW = 300;
+    KQEnv->AppWindowH = 200;
+    KQEnv->AppWindowMaximised = 1;
+    kq::FramePlace place = kq::SavedMainWindowPlace(*KQEnv);
+    EXPECT_EQ(place.x, 5);
+    EXPECT_EQ(place.width, 300);
+    EXPECT_EQ(place.height, 200);
+    EXPECT_TRUE(place.maximised);
+}
+
 TEST_F(Metrics, SavedFrameOfWidthZeroIs640By480Maximised) {
     KQEnv->AppWindowX = 5;
     KQEnv->AppWindowH = 300;

@@ -56,6 +56,12 @@ TEST(Rect, UnionOnAnEmptyOneCopies) {
     ExpectRect(r, 5L, 6L, 7L, 8L);
 }
 
+TEST(Rect, UnionOfTwoEmptyOnesCopiesTheOther) {
+    Rect r{1, 2, 0, 4};
+    r.Union(Rect{5, 6, 7, -8});
+    ExpectRect(r, 5L, 6L, 7L, -8L);
+}
+
 TEST(Rect, UnionHoldsBoth) {
     Rect r{0, 0, 10, 10};
     r.Union(Rect{-5, 4, 3, 20});

@@ -112,6 +112,17 @@ TEST_F(String, AppendingAnEmptyStringKeepsTheText) {
     EXPECT_STREQ(both.Get(), "");
 }
 
+TEST_F(String, AppendedEmptyStringCountsAsItsZero) {
+    kqcString s("ab"), empty;
+    s += empty;
+    EXPECT_EQ(s.length(), 4);
+    s += "";
+    EXPECT_EQ(s.length(), 5);
+    kqcString both;
+    both += empty;
+    EXPECT_EQ(both.length(), 1);
+}
+
 TEST_F(String, AppendsItself) {
     kqcString s("ab");
     s += s;

@@ -144,6 +144,34 @@ TEST_F(Threads, SliceWithoutAThreadRunsInTheCallingThread) {
     }
 }
 
+TEST_F(Threads, ForkThatFallsBackLeavesTheErrorAlone) {
+    SetProcessors(4);
+    kq::StopTaskPool();
+    for (bool threads : {true, false}) {
+        Calls calls;
+        KQEnv->Error = KQERR_BADDATA;
+        (threads ? kq::threadFaults : kq::allocationFaults).Set(1, false);
+        EXPECT_EQ(MPForkKQ(NoteCall, &calls, 4), 1);
+        EXPECT_GT((threads ? kq::threadFaults : kq::allocationFaults).failures, 0);
+        kq::threadFaults.Clear();
+        kq::allocationFaults.Clear();
+        EXPECT_EQ(calls.count, 4);
+        EXPECT_EQ(GetErrorKQ(), u32(KQERR_BADDATA));
+    }
+}
+
+TEST_F(Threads, TaskWithoutAThreadIsNullWithErrorOne) {
+    SetProcessors(1);
+    kq::StopTaskPool();
+    std::atomic<int> calls{0};
+    KQEnv->Error = KQERR_NONE;
+    kq::threadFaults.Set(1, false);
+    EXPECT_EQ(CreateTaskKQ(AddOne, &calls), nullptr);
+    EXPECT_EQ(GetErrorKQ(), u32(KQERR_NOMEM));
+    kq::threadFaults.Clear();
+    EXPECT_EQ(calls, 0);
+}
+
 TEST_F(Threads, ForkSurvivesEveryFailedAllocation) {
     SetProcessors(4);
     kq::StopTaskPool();
