@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Source/TrueTypeTables.h"
+#include "Source/TrueTypeIndex.h"
 #include "kq/environment.h"
 #include "kq/font.h"
 #include "kq/memory.h"
@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
         if (!kq::truetype::UseFontData(&font, directory)) continue;
         font.state = KQFONT_Open;
         UseAll(&font);
-        FreeMemoryKQ(font.kernIndex);
+        kq::truetype::FreeIndex(&font);
     }
     std::free(copy);
     return 0;
