@@ -1,7 +1,8 @@
-// Font files: whatever the bytes say, opening and every call on all characters end without a fault.
+// Font files: whatever the bytes say, listing, opening and every call on all characters end without a fault.
 #include <cstdlib>
 #include <cstring>
 
+#include "Source/FontFiles.h"
 #include "Source/TrueTypeIndex.h"
 #include "kq/environment.h"
 #include "kq/font.h"
@@ -31,6 +32,10 @@ void UseAll(KQFont* font) {
         KQOutlineCommand* block = GetFontOutlineKQ(u8(c), font, 1.0, 2.0);
         Walk(block);
         FreeMemoryKQ(block);
+        // Once more by what the font has learnt.
+        block = GetFontOutlineKQ(u8(c), font, -1.0, 0.0);
+        Walk(block);
+        FreeMemoryKQ(block);
         GetCursorAdvanceKQ(u8(c), font, &x, &y);
         GetKernKQ(font, u8(c), u8(c * 7), &x, &y);
     }
@@ -44,6 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
     // A copy of exactly this size, so that a read behind it is seen.
     u8* copy = static_cast<u8*>(std::malloc(size ? size : 1));
     std::memcpy(copy, data, size);
+    kq::EnumerateFontFaces(
+        {copy, size}, "", [](const pal::FontFace&, void*) { return true; }, nullptr);
     for (u32 face = 0; face < 2; ++face) {
         KQFont font = {};
         font.fontData = copy;

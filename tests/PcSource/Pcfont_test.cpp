@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include "pal/fonts.h"
 #include "support/Environment.h"
@@ -207,7 +208,20 @@ TEST_F(Pcfont, WalkEndsWithWhatItHasWhenMemoryIsOut) {
     }
 }
 
-TEST_F(Pcfont, EveryAllocationOfAListingMayFail) {
+// A host with many fonts would make the tests that follow long.
+class PcfontWithFewFonts : public Pcfont {
+protected:
+    void SetUp() override {
+        Pcfont::SetUp();
+        Put("fonts.conf", "<fontconfig><dir>" + Folder() + "host</dir></fontconfig>");
+        few_ = std::make_unique<kqtest::Variable>("FONTCONFIG_FILE", Folder() + "fonts.conf");
+    }
+
+private:
+    std::unique_ptr<kqtest::Variable> few_;
+};
+
+TEST_F(PcfontWithFewFonts, EveryAllocationOfAListingMayFail) {
     Put("a.ttf", Plain("KQ 1"));
     kqtest::Variable variable("KQLIB_FONT_DIR", Folder());
     kqtest::FailEveryAllocation([&] {
@@ -217,7 +231,7 @@ TEST_F(Pcfont, EveryAllocationOfAListingMayFail) {
     });
 }
 
-TEST_F(Pcfont, EveryFileCallOfAListingMayFail) {
+TEST_F(PcfontWithFewFonts, EveryFileCallOfAListingMayFail) {
     Put("a.ttf", Plain("KQ 1"));
     kqtest::Variable variable("KQLIB_FONT_DIR", Folder());
     kqtest::FailEveryFileCall([&] {
