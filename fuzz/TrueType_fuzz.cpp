@@ -17,11 +17,15 @@ void Start() {
     std::atexit(CleanUpKQ);
 }
 
-// Walks the whole block, so that a reader for checks sees every byte of it.
+// Walks the whole block, which must end within what was allocated for it.
 void Walk(const KQOutlineCommand* command) {
     f64 sum = 0;
+    const KQOutlineCommand* block = command;
     for (; command && command->kind != KQOUTLINE_END; command = KQNextOutline(command))
         for (u32 i = 0; i < KQOutlineCount(command->kind); ++i) sum += KQOutlineValues(command)[i];
+    if (block &&
+        size_t(command + 1 - block) * sizeof *block > (reinterpret_cast<const KQBlockHeader*>(block) - 1)->Size)
+        std::abort();
     volatile f64 keep = sum;
     (void)keep;
 }

@@ -41,6 +41,13 @@ std::string Spell(const KQOutlineCommand* command) {
     }
 }
 
+// Bytes from the block's start to behind its end mark.
+size_t BytesOf(const KQOutlineCommand* block) {
+    const KQOutlineCommand* end = block;
+    while (end->kind != KQOUTLINE_END) end = KQNextOutline(end);
+    return size_t(reinterpret_cast<const u8*>(end + 1) - reinterpret_cast<const u8*>(block));
+}
+
 const Contour kTriangle = {{0, 0, true}, {100, 0, true}, {0, 100, true}};
 constexpr char kTriangleText[] = "M 0 200 L 100 200 L 0 100 L 0 200 Z E";
 
@@ -67,6 +74,7 @@ protected:
         KQOutlineCommand* block = GetFontOutlineKQ(character, &font, x, y);
         if (!block) return "null";
         std::string text = Spell(block);
+        EXPECT_LE(BytesOf(block), (reinterpret_cast<KQBlockHeader*>(block) - 1)->Size);
         FreeMemoryKQ(block);
         return text;
     }
