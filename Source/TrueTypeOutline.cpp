@@ -23,6 +23,8 @@ typedef f64 Pair __attribute__((vector_size(16)));
 
 Pair Both(f64 value) { return Pair{value, value}; }
 
+Pair Middle(Pair p, Pair q) { return (p + q) * Both(0.5); }
+
 constexpr f64 kSlant = 0.175;
 
 // One simple glyph and where its points go.
@@ -181,11 +183,35 @@ struct Pen {
 
     // Between two controls in a row the curve passes their middle.
     void OffCurve(Pair p) {
-        if (waiting) Curve((control + p) * Both(0.5));
+        if (waiting) Curve(Middle(control, p));
+        Hold(p);
+    }
+
+    void Hold(Pair p) {
         control = p;
         waiting = true;
     }
 };
+
+// Takes the pen through `left` points. Lines and curves have a loop each, so that each point asks one question: what it
+// is itself, and not what the one before was.
+template <class Block, class Walk>
+void WritePoints(Pen<Block>& pen, Walk& walk, u32 left) {
+    bool on;
+    for (;;) {
+        while (!pen.waiting) {
+            if (left-- == 0) return;
+            Pair p = walk.Next(&on);
+            on ? pen.Line(p) : pen.Hold(p);
+        }
+        do {
+            if (left-- == 0) return;
+            Pair p = walk.Next(&on);
+            pen.Curve(on ? p : Middle(pen.control, p));
+            if (!on) pen.Hold(p);
+        } while (!on);
+    }
+}
 
 // Writes one contour of `count` points. One that begins with a control is begun at the next point on the curve, which
 // may be the middle of the first two, and that control bends the way back to it.
@@ -200,16 +226,13 @@ void WriteContour(Block& block, Walk& walk, u32 count) {
     if (held) {
         Pair second = walk.Next(&on);
         done = 2;
-        pen.at = on ? second : (first + second) * Both(0.5);
+        pen.at = on ? second : Middle(first, second);
         pen.control = second;
         pen.waiting = !on;
     }
     Pair start = pen.at;
     if (u8* values = block.template Take<KQOUTLINE_MOVE>()) Put(values, start);
-    for (; done < count; ++done) {
-        Pair p = walk.Next(&on);
-        on ? pen.OnCurve(p) : pen.OffCurve(p);
-    }
+    WritePoints(pen, walk, count - done);
     if (held) pen.OffCurve(first);
     pen.OnCurve(start);
     block.template Take<KQOUTLINE_CLOSE>();

@@ -1037,6 +1037,22 @@ TEST_F(TrueType, OutlineThatIsLargerThanMemoryKeepsWhatFits) {
     FreeMemoryKQ(block);
 }
 
+// 'A' is written while it is read, by the general transform; 'B' by a plan, whose transform only scales.
+TEST_F(TrueType, BothWaysOfWritingGiveTheSame) {
+    u32 seed = std::random_device()();
+    std::printf("seed %u\n", seed);
+    std::mt19937 random(seed);
+    for (int round = 0; round < 100; ++round) {
+        std::vector<Contour> contours(random() % 4 + 1);
+        for (Contour& contour : contours)
+            for (u32 i = random() % 9 + 1; i > 0; --i)
+                contour.push_back({int(random() % 4000) - 2000, int(random() % 4000) - 2000, random() % 2 == 0});
+        Open(NinePieces({SimpleGlyph(contours, 31)}));
+        ASSERT_NE(OpenFontKQ(&font, 0, 1000, 144, 36), 0);
+        EXPECT_EQ(Outline('A', 0.5, 7), Outline('B', 0.5, 7)) << "round " << round;
+    }
+}
+
 TEST_F(TrueType, EveryAllocationAndFileCallOfAnOpenMayFail) {
     Open(Letters());
     auto open = [&] {
