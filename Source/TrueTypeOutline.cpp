@@ -50,23 +50,34 @@ struct OutlinePlan {
 
 namespace {
 
-// A block that is as large as the outline will be.
+// A block that is as large as the outline will be. What would run over it is left out all the same: somebody may have
+// written other bytes into the file since they were counted.
 class WholeBlock {
 public:
-    explicit WholeBlock(u8* block) : at_(block) {}
+    WholeBlock(u8* block, size_t bytes) : at_(block), end_(block + bytes - sizeof(KQOutlineCommand)) {}
 
-    // Writes a command's head; returns where its values go.
+    // Writes a command's head; returns where its values go, or null.
     template <u32 kKind>
     u8* Take() {
         const KQOutlineCommand head = {kKind, 0};
+        constexpr size_t bytes = sizeof head + KQOutlineCount(kKind) * sizeof(f64);
+        if (size_t(end_ - at_) < bytes) [[unlikely]]
+            return nullptr;
         u8* values = at_ + sizeof head;
         std::memcpy(at_, &head, sizeof head);
-        at_ = values + KQOutlineCount(kKind) * sizeof(f64);
+        at_ += bytes;
         return values;
+    }
+
+    // Writes the end mark, whose room is kept.
+    void Finish() {
+        const KQOutlineCommand head = {KQOUTLINE_END, 0};
+        std::memcpy(at_, &head, sizeof head);
     }
 
 private:
     u8* at_;
+    u8* end_;
 };
 
 // A block that grows. A command that finds no room is left out.
@@ -345,9 +356,9 @@ KQOutlineCommand* DrawPlan(const OutlinePlan& plan, f64 x, f64 y) {
         KQEnv->Error = error;
         return DrawInSteps(plan, x, y);
     }
-    WholeBlock block(bytes);
+    WholeBlock block(bytes, plan.bytes);
     for (u32 i = 0; i < plan.pieces; ++i) WritePiece(block, plan.piece[i], x, y);
-    block.Take<KQOUTLINE_END>();
+    block.Finish();
     return reinterpret_cast<KQOutlineCommand*>(bytes);
 }
 

@@ -8,8 +8,8 @@
 // when it is first looked at; it yields no outline and zero metrics.
 //
 // A font file that is listed by its path is looked at where it lies while the font is open. To put a new version in its
-// place, rename it there, as installers do; a file that is overwritten or cut meanwhile is a fault as in any program
-// that it is mapped into.
+// place, rename it there, as installers do: a file that is overwritten meanwhile gives wrong outlines, and one that is
+// cut is a fault, as in any program that it is mapped into.
 #pragma once
 
 #include <cstring>
