@@ -4,7 +4,7 @@
 
 #include "Source/Alloc.h"
 #include "Source/FontFiles.h"
-#include "Source/TrueTypeTables.h"
+#include "Source/TrueTypeIndex.h"
 #include "kq/environment.h"
 #include "kq/font.h"
 #include "pal/fonts.h"
@@ -50,6 +50,11 @@ bool AddFace(const pal::FontFace& face, void* user) {
     return filling->more;
 }
 
+// A host lists by their outlines what holds TrueType in a wrapper too, compressed for a page of the web for one.
+bool AddHostFace(const pal::FontFace& face, void* user) {
+    return (face.file && !kq::IsFontFile(face.file)) || AddFace(face, user);
+}
+
 pal::FontSelection SelectionOf(const KQFont* font) { return {font->fontHandle, font->oldFont, font->deviceContext}; }
 
 // Lets go of the platform's font.
@@ -79,7 +84,7 @@ bool ReadSelected(KQFont* font, size_t* directory) {
     pal::FontSelection selection = SelectionOf(font);
     i64 length = pal::FontFileLength(selection);
     if (length > 0) {
-        // The bare form, here and for files: the guarded one fills what the read is about to.
+        // The bare form: the guarded one fills what the read is about to.
         font->fontData = static_cast<u8*>(AllocMemoryKQ(size_t(length), 0));
         if (!font->fontData) return false;
         font->fontBytes = u64(length);
@@ -89,9 +94,12 @@ bool ReadSelected(KQFont* font, size_t* directory) {
     return false;
 }
 
-bool ReadFromFile(KQFont* font, size_t* directory) {
-    font->fontData = kq::ReadFontFile(font->fontFile, &font->fontBytes);
-    if (!font->fontData) return false;
+bool UseFile(KQFont* font, size_t* directory) {
+    kq::FontBytes bytes = kq::OpenFontBytes(font->fontFile);
+    if (!bytes.data) return false;
+    font->fontData = bytes.data;
+    font->fontBytes = bytes.length;
+    font->mapped = bytes.mapped;
     if (kq::truetype::FindDirectory({font->fontData, size_t(font->fontBytes)}, u32(font->faceIndex), directory))
         return true;
     KQEnv->Error = KQERR_BADDATA;
@@ -99,19 +107,19 @@ bool ReadFromFile(KQFont* font, size_t* directory) {
 }
 
 void FreeData(KQFont* font) {
-    KQ_FREE(font->kernIndex);
-    KQ_FREE(font->fontData);
-    font->kernIndex = nullptr;
+    kq::truetype::FreeIndex(font);
+    kq::FreeFontBytes({font->fontData, font->fontBytes, font->mapped != 0});
     font->fontData = font->cmapTable = font->cmapRecord = font->glyfTable = font->locaTable = font->headTable = nullptr;
     font->hheaTable = font->hmtxTable = font->kernTable = nullptr;
     font->sizes = {};
     font->fontBytes = 0;
+    font->mapped = 0;
 }
 
 // Loads the file and finds its tables; false with nothing kept on failure.
 bool Load(KQFont* font) {
     size_t directory = 0;
-    bool read = font->fontFile ? ReadFromFile(font, &directory) : ReadSelected(font, &directory);
+    bool read = font->fontFile ? UseFile(font, &directory) : ReadSelected(font, &directory);
     if (read && kq::truetype::UseFontData(font, directory)) return true;
     if (read) KQEnv->Error = KQERR_BADDATA;
     FreeData(font);
@@ -124,7 +132,7 @@ void GetAvailableFontsKQ(List* list) {
     if (!list) return;
     if (!list->Head) NewList(list);
     Filling filling = {list, true};
-    pal::EnumerateFonts(AddFace, &filling);
+    pal::EnumerateFonts(AddHostFace, &filling);
     char folder[kFolderBytes];
     if (filling.more && pal::EnvironmentVariable("KQLIB_FONT_DIR", folder, sizeof folder) && folder[0])
         kq::EnumerateFontFolder(folder, AddFace, &filling);

@@ -1,5 +1,6 @@
 // The reader of font files that are not installed. It looks at what a file says in its first bytes, not at its
-// extension, and reads the few tables that name a face.
+// extension, and looks at the few tables that name a face. A file is mapped where the host can: of a large one only the
+// pages that are looked at are ever read.
 #define KQ_MODULE "Source/FontFiles"
 #include "Source/FontFiles.h"
 
@@ -7,7 +8,6 @@
 
 #include "Source/Alloc.h"
 #include "Source/FileAt.h"
-#include "Source/TrueTypeTables.h"
 #include "kq/enumerate.h"
 #include "kq/environment.h"
 #include "kq/files.h"
@@ -20,11 +20,9 @@ using truetype::FindDirectory;
 using truetype::FindTable;
 using truetype::Table;
 
-// The longest font file that is read.
-constexpr i64 kMostBytes = i64(1) << 31;
-
-// The most faces of a collection.
+// The most faces of a collection, and the most entries of directories and name tables that are looked at for them.
 constexpr u32 kMostFaces = 4096;
+constexpr u64 kMostCost = 1 << 18;
 
 enum : u16 { kFamilyName = 1, kFullName = 4 };
 
@@ -107,66 +105,77 @@ bool DescribeFace(const Table& file, size_t directory, char (&name)[kNameBytes],
     return true;
 }
 
+// How much there is to look at in the face whose directory begins at `directory`: entries of it and of its names.
+u64 CostOf(const Table& file, size_t directory) {
+    Table names = FindTable(file, directory, KQCode4("name"));
+    return (file.Has(directory, 6) ? file.U16(directory + 4) : 0) + u64(names.Has(0, 4) ? names.U16(2) : 0);
+}
+
 // What the walk over a folder carries.
 struct FolderWalk {
-    bool (*face)(const pal::FontFace& face, void* user);
+    FaceFunction face;
     void* user;
     bool more;
 };
 
-void ReportFaces(FolderWalk& walk, const char* path, const Table& file) {
-    bool collection = file.Has(0, 12) && file.U32(0) == KQCode4("ttcf");
-    u32 count = collection ? file.U32(8) : 1;
-    for (u32 i = 0; i < count && i < kMostFaces && walk.more; ++i) {
-        size_t directory;
-        if (!FindDirectory(file, i, &directory)) break;
-        char name[kNameBytes];
-        pal::FontFace face = {name, path, i32(i), {}};
-        if (DescribeFace(file, directory, name, &face.logical)) walk.more = walk.face(face, walk.user);
-    }
-}
-
 bool LooksLikeFont(KQFileInfo* file) {
     u8 tag[4];
-    if (!file || ReadFileAt(file, 0, tag, 4) != 4) return false;
+    if (ReadFileAt(file, 0, tag, 4) != 4) return false;
     u32 word = Big32(tag);
     return word == 0x00010000 || word == KQCode4("true") || word == KQCode4("ttcf");
 }
 
-// Reads all of an open file; null on failure.
-u8* ReadAll(KQFileInfo* file, u64* length) {
-    i64 bytes = GetFileLengthKQ(file);
-    if (bytes <= 0 || bytes > kMostBytes) {
-        KQEnv->Error = KQERR_BADDATA;
-        return nullptr;
-    }
+// Reads all of an open file into a block; null on failure.
+u8* ReadAll(KQFileInfo* file, u64 length) {
     // The bare form: the guarded one would fill what the read is about to, twice.
-    u8* data = static_cast<u8*>(AllocMemoryKQ(size_t(bytes), 0));
+    u8* data = static_cast<u8*>(AllocMemoryKQ(size_t(length), 0));
     if (!data) return nullptr;
-    if (ReadFileAt(file, 0, data, size_t(bytes)) == bytes) {
-        *length = u64(bytes);
-        return data;
-    }
+    if (ReadFileAt(file, 0, data, size_t(length)) == i64(length)) return data;
     KQ_FREE(data);
     KQEnv->Error = KQERR_READ;
     return nullptr;
 }
 
+FontBytes BytesOf(KQFileInfo* file) {
+    i64 length = GetFileLengthKQ(file);
+    if (length <= 0 || u64(length) > KQFONT_MostBytes) {
+        KQEnv->Error = KQERR_BADDATA;
+        return {};
+    }
+    if (const u8* view = MapFile(file, u64(length))) return {const_cast<u8*>(view), u64(length), true};
+    return {ReadAll(file, u64(length)), u64(length), false};
+}
+
 int OnFile(const char* path, u32, uptr user) {
     auto& walk = *reinterpret_cast<FolderWalk*>(user);
     if (!walk.more) return 0;
-    KQFileInfo* file = OpenFileKQ(path, KQFILE_Read);
-    u64 length = 0;
-    u8* data = LooksLikeFont(file) ? ReadAll(file, &length) : nullptr;
-    CloseFileKQ(file);
-    if (data) ReportFaces(walk, path, {data, size_t(length)});
-    KQ_FREE(data);
+    KQFileInfo* opened = OpenFileKQ(path, KQFILE_Read);
+    FontBytes bytes = opened && LooksLikeFont(opened) ? BytesOf(opened) : FontBytes{};
+    CloseFileKQ(opened);
+    if (bytes.data) walk.more = EnumerateFontFaces({bytes.data, size_t(bytes.length)}, path, walk.face, walk.user);
+    FreeFontBytes(bytes);
     return 0;
 }
 
 }   // namespace
 
-void EnumerateFontFolder(const char* folder, bool (*face)(const pal::FontFace& face, void* user), void* user) {
+bool EnumerateFontFaces(const Table& file, const char* path, FaceFunction face, void* user) {
+    bool collection = file.Has(0, 12) && file.U32(0) == KQCode4("ttcf");
+    u32 count = collection ? file.U32(8) : 1;
+    u64 cost = 0;
+    for (u32 i = 0; i < count && i < kMostFaces; ++i) {
+        size_t directory;
+        if (!FindDirectory(file, i, &directory)) continue;
+        cost += CostOf(file, directory);
+        if (cost > kMostCost) break;
+        char name[kNameBytes];
+        pal::FontFace described = {name, path, i32(i), {}};
+        if (DescribeFace(file, directory, name, &described.logical) && !face(described, user)) return false;
+    }
+    return true;
+}
+
+void EnumerateFontFolder(const char* folder, FaceFunction face, void* user) {
     FolderWalk walk = {face, user, true};
     char* folders[] = {const_cast<char*>(folder), nullptr};
     u32 error = KQEnv->Error;
@@ -174,12 +183,28 @@ void EnumerateFontFolder(const char* folder, bool (*face)(const pal::FontFace& f
     if (walk.more) KQEnv->Error = error;
 }
 
-u8* ReadFontFile(const char* path, u64* length) {
+bool IsFontFile(const char* path) {
+    u32 error = KQEnv->Error;
     KQFileInfo* file = OpenFileKQ(path, KQFILE_Read);
-    if (!file) return nullptr;
-    u8* data = ReadAll(file, length);
+    bool looks = file && LooksLikeFont(file);
     CloseFileKQ(file);
-    return data;
+    KQEnv->Error = error;
+    return looks;
+}
+
+FontBytes OpenFontBytes(const char* path) {
+    KQFileInfo* file = OpenFileKQ(path, KQFILE_Read);
+    if (!file) return {};
+    FontBytes bytes = BytesOf(file);
+    CloseFileKQ(file);
+    return bytes;
+}
+
+void FreeFontBytes(const FontBytes& bytes) {
+    if (bytes.mapped)
+        UnmapFile(bytes.data, bytes.length);
+    else
+        KQ_FREE(bytes.data);
 }
 
 }   // namespace kq

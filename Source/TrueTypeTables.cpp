@@ -146,10 +146,10 @@ bool FindGlyph(const KQFont* font, u32 glyph, Table* bytes) {
     Table loca = {font->locaTable, font->sizes.loca};
     bool wide = Big16(font->headTable + 50) != 0;
     size_t entry = wide ? 4 : 2, at = glyph * entry;
-    if (!loca.Has(at, entry)) return false;
-    bool last = !loca.Has(at + entry, entry);
+    // The entry behind a glyph's own ends it, so the table's last entry begins none.
+    if (!loca.Has(at, 2 * entry)) return false;
     size_t start = wide ? loca.U32(at) : loca.U16(at) * size_t(2);
-    size_t end = last ? font->sizes.glyf : wide ? loca.U32(at + 4) : loca.U16(at + 2) * size_t(2);
+    size_t end = wide ? loca.U32(at + 4) : loca.U16(at + 2) * size_t(2);
     if (start > font->sizes.glyf) return false;
     // A table that is out of order still tells where a glyph begins.
     if (end < start || end > font->sizes.glyf) end = font->sizes.glyf;

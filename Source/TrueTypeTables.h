@@ -72,13 +72,10 @@ struct Component {
 // Reads the component at `*at` and moves `*at` behind it; false when the glyph ends before that.
 bool ReadComponent(const Table& glyph, size_t* at, Component* component);
 
-// The most components that a compound glyph is followed to.
-inline constexpr u32 kMostComponents = 1024;
-
 // Whether the glyph's head tells a compound.
 inline bool IsCompound(const Table& glyph) { return glyph.Has(0, 2) && glyph.I16(0) < 0; }
 
-// Where the components of a compound glyph begin.
+// Where the contour ends of a simple glyph and the components of a compound begin.
 inline constexpr size_t kGlyphHead = 10;
 
 }   // namespace kq::truetype

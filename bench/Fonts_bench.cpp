@@ -46,6 +46,31 @@ void OurOutlines(KQFont* font, const std::vector<u8>& text) {
     }
 }
 
+size_t BytesOf(const KQOutlineCommand* block) {
+    const KQOutlineCommand* end = block;
+    while (end->kind != KQOUTLINE_END) end = KQNextOutline(end);
+    return size_t(reinterpret_cast<const u8*>(end + 1) - reinterpret_cast<const u8*>(block));
+}
+
+// What the outlines' blocks cost without the outlines.
+std::vector<size_t> BlockSizes(KQFont* font, const std::vector<u8>& text) {
+    std::vector<size_t> sizes;
+    for (u8 c : text) {
+        KQOutlineCommand* block = GetFontOutlineKQ(c, font, 0.0, 0.0);
+        sizes.push_back(BytesOf(block));
+        FreeMemoryKQ(block);
+    }
+    return sizes;
+}
+
+void BlocksAlone(const std::vector<size_t>& sizes) {
+    for (size_t size : sizes) {
+        void* block = AllocMemoryKQ(size, 0);
+        bench::Keep(block);
+        FreeMemoryKQ(block);
+    }
+}
+
 void StbOutlines(const stbtt_fontinfo* font, const std::vector<u8>& text) {
     for (u8 c : text) {
         stbtt_vertex* vertices = nullptr;
@@ -82,10 +107,12 @@ void FreeOutlines(FT_Face face, const std::vector<u8>& text) {
 }
 
 void OutlineRow(const char* work, const Readers& readers, const std::vector<u8>& text) {
+    std::vector<size_t> sizes = BlockSizes(readers.ours, text);
     bench::Row(work, f64(text.size()), "call",
                {{"GetFontOutlineKQ", [&] { OurOutlines(readers.ours, text); }},
                 {"stb_truetype glyph shapes", [&] { StbOutlines(&readers.stb, text); }},
-                {"FreeType unscaled, decomposed", [&] { FreeOutlines(readers.free, text); }}},
+                {"FreeType unscaled, decomposed", [&] { FreeOutlines(readers.free, text); }},
+                {"our blocks alone, taken and given back", [&] { BlocksAlone(sizes); }}},
                {{1, 1.5}, {2, 2.0}});
 }
 

@@ -24,7 +24,8 @@ struct FontFace {
 };
 
 // Calls `face` for each TrueType face that the host has, in the host's order, until it returns false. Faces without
-// outlines in TrueType form are passed over.
+// outlines in TrueType form are passed over. Whether the file of a face is one as it stands, or holds one in a wrapper,
+// is for the caller to see.
 void EnumerateFonts(bool (*face)(const FontFace& face, void* user), void* user);
 
 // A font that is selected for its bytes.

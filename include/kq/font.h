@@ -5,7 +5,11 @@
 // beside the system's fonts without being installed.
 //
 // A font is used by one thread at a time: the open state is in its record. What a damaged font file claims is checked
-// at each read; it yields no outline and zero metrics.
+// when it is first looked at; it yields no outline and zero metrics.
+//
+// A font file that is listed by its path is looked at where it lies while the font is open. To put a new version in its
+// place, rename it there, as installers do: a file that is overwritten meanwhile gives wrong outlines, and one that is
+// cut is a fault, as in any program that it is mapped into.
 #pragma once
 
 #include <cstring>
@@ -34,6 +38,11 @@ struct KQFontSizes {
 // Bit of KQFont::style: characters are slanted by 0.175 of their height.
 inline constexpr i32 KQFONT_Oblique = 2;
 
+// What is read of a font. A glyph beyond these limits has no outline, and a file of more bytes is not opened.
+inline constexpr u32 KQFONT_MostComponents = 1024;      // of a compound glyph
+inline constexpr u32 KQFONT_MostPoints = 1 << 18;       // of the components of a compound together
+inline constexpr u64 KQFONT_MostBytes = u64(1) << 31;   // of a font file
+
 // Bit of KQFont::state: the font is open.
 inline constexpr u32 KQFONT_Open = 0x8000;
 
@@ -46,7 +55,7 @@ struct KQFont {
     u32 state;                      // KQFONT_Open
     i32 resolutionX, resolutionY;   // pixels per inch
     f64 scaleX, scaleY;             // font units to pixels
-    u8* fontData;                   // the whole font file, owned while open
+    u8* fontData;                   // the whole font file, owned while open; not to be written
     u8* cmapTable;                  // pointers into fontData
     u8* cmapRecord;                 // the encoding record in use
     u8* glyfTable;
@@ -62,8 +71,9 @@ struct KQFont {
     const char* fontFile;   // path of the font file, or null: the platform hands its bytes over
     i32 faceIndex;          // face of a collection, from 0
     KQFontSizes sizes;      // of the tables while open
-    void* kernIndex;        // narrows the search for kerning; made at its first use while open
+    void* index;            // what was learnt of the 8-bit characters; made at its first use while open
     u64 fontBytes;          // bytes at fontData
+    u32 mapped;             // non-zero: fontData is a view of the file, not a block
 };
 
 // The font of a node in a list of fonts: the node's third word, its ID widened to a whole word, points at the font.
@@ -120,8 +130,9 @@ KQ_API void CloseFontKQ(KQFont* font);
 
 // The outline of an 8-bit character (Unicode's first 256, or the characters of a symbol font) with its origin at (x, y)
 // as one block of commands, freed by the caller with FreeMemoryKQ. Null for a closed font, a character without a glyph,
-// data that make no sense, and with `Error` 1 when out of memory. A character that shows nothing gives KQOUTLINE_END
-// alone. When memory runs out half-way, commands that do not fit are left out.
+// data that make no sense, a glyph beyond the limits above, and with `Error` 1 when out of memory. A character that
+// shows nothing gives KQOUTLINE_END alone. When memory runs out half-way, commands that do not fit are left out and
+// `Error` is 1.
 KQ_API KQOutlineCommand* GetFontOutlineKQ(u8 character, KQFont* font, f64 x, f64 y);
 
 // The kerning between two 8-bit characters, in pixels to be added to the advance; 0 for a pair without one, a font

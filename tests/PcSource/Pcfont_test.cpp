@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
+#include "pal/fonts.h"
 #include "support/Environment.h"
 #include "support/Fixture.h"
 #include "support/FontBuilder.h"
@@ -94,6 +96,34 @@ TEST_F(Pcfont, EveryFaceOfACollectionIsListed) {
     EXPECT_EQ(x, 2.0);
 }
 
+TEST_F(Pcfont, FaceOfACollectionWhoseDirectoryIsNotThereDoesNotEndTheOthers) {
+    kqtest::BigBytes file;
+    FontBuilder empty("KQ Middle");
+    file.Add(
+        kqtest::Collection({FontBuilder("KQ First").Add("").Add(""), empty.Add(""), FontBuilder("KQ Last").Add("")}));
+    file.Put32(16, 0xFFFFFFF0);
+    Put("three.ttc", file);
+    ListFolder();
+    EXPECT_NE(Find("KQ First"), nullptr);
+    EXPECT_EQ(Find("KQ Middle"), nullptr);
+    KQFont* last = Find("KQ Last");
+    ASSERT_NE(last, nullptr);
+    EXPECT_EQ(last->faceIndex, 2);
+}
+
+// A file of a few KB that asks for thousands of walks over thousands of entries.
+TEST_F(Pcfont, CollectionThatMakesTooMuchWorkIsLeftOut) {
+    kqtest::BigBytes file;
+    u32 faces = 4000, at = 12 + faces * 4;
+    file.U32(KQCode4("ttcf")).U32(0x00010000).U32(faces);
+    for (u32 i = 0; i < faces; ++i) file.U32(at);
+    file.Add(FontBuilder("KQ Again").Add("").Build(at)).Put16(at + 4, 0xFFFF);
+    Put("again.ttc", file);
+    ListFolder();
+    EXPECT_GT(FromFolder(), 0);
+    EXPECT_LT(FromFolder(), 10);
+}
+
 TEST_F(Pcfont, FilesAreKnownByTheirBytesNotTheirNames) {
     Put("font.data", Plain("KQ Data"));
     Put("fake.ttf", "this is no font");
@@ -178,7 +208,30 @@ TEST_F(Pcfont, WalkEndsWithWhatItHasWhenMemoryIsOut) {
     }
 }
 
-TEST_F(Pcfont, EveryFileCallOfAListingMayFail) {
+// A host with many fonts would make the tests that follow long.
+class PcfontWithFewFonts : public Pcfont {
+protected:
+    void SetUp() override {
+        Pcfont::SetUp();
+        Put("fonts.conf", "<fontconfig><dir>" + Folder() + "host</dir></fontconfig>");
+        few_ = std::make_unique<kqtest::Variable>("FONTCONFIG_FILE", Folder() + "fonts.conf");
+    }
+
+private:
+    std::unique_ptr<kqtest::Variable> few_;
+};
+
+TEST_F(PcfontWithFewFonts, EveryAllocationOfAListingMayFail) {
+    Put("a.ttf", Plain("KQ 1"));
+    kqtest::Variable variable("KQLIB_FONT_DIR", Folder());
+    kqtest::FailEveryAllocation([&] {
+        List some = {};
+        GetAvailableFontsKQ(&some);
+        FreeFontListKQ(&some);
+    });
+}
+
+TEST_F(PcfontWithFewFonts, EveryFileCallOfAListingMayFail) {
     Put("a.ttf", Plain("KQ 1"));
     kqtest::Variable variable("KQLIB_FONT_DIR", Folder());
     kqtest::FailEveryFileCall([&] {
@@ -209,5 +262,48 @@ TEST_F(Pcfont, FontsOfTheHostOpenAndGiveOutlines) {
     EXPECT_GT(opened, 0);
     EXPECT_GT(outlines, 0);
 }
+
+#if !defined(_WIN32)
+
+// The tables of a TrueType file, as they are, in the container of fonts for the web.
+std::string Wrapped(const std::string& font) {
+    auto word = [&font](size_t at, int bytes) {
+        u32 value = 0;
+        for (int i = 0; i < bytes; ++i) value = value << 8 | u8(font[at + size_t(i)]);
+        return value;
+    };
+    u32 count = word(4, 2);
+    kqtest::BigBytes head, directory, body;
+    for (u32 i = 0; i < count; ++i) {
+        size_t entry = 12 + i * size_t(16);
+        u32 sum = word(entry + 4, 4), from = word(entry + 8, 4), length = word(entry + 12, 4);
+        directory.Add(font.substr(entry, 4)).U32(u32(44 + count * 20 + body.Size())).U32(length).U32(length).U32(sum);
+        body.Add(font.substr(from, length)).Zeros((4 - length % 4) % 4);
+    }
+    head.U32(KQCode4("wOFF")).U32(word(0, 4)).U32(u32(44 + directory.Size() + body.Size())).U16(count).U16(0);
+    head.U32(u32(12 + count * 16 + body.Size())).U32(0).Zeros(20);
+    return head.Add(directory).Add(body);
+}
+
+// Of the two files the host lists both, by its own means; only one is a TrueType file.
+TEST_F(Pcfont, FontsInAWrapperAreNotListed) {
+    GetAvailableFontsKQ(&list);
+    KQFont* installed = Find("DejaVu Sans");
+    if (!installed) GTEST_SKIP() << "DejaVu Sans is not installed";
+    std::vector<u8> bytes = kqtest::ReadWholeFile(installed->fontFile);
+    std::string font(bytes.begin(), bytes.end());
+    FreeFontListKQ(&list);
+    Put("plain.ttf", font);
+    Put("wrapped.woff", Wrapped(font));
+    Put("fonts.conf", "<fontconfig><dir>" + Folder() + "</dir><cachedir>" + Folder() + "cache</cachedir></fontconfig>");
+    kqtest::Variable variable("FONTCONFIG_FILE", Folder() + "fonts.conf");
+    int listed = 0;
+    pal::EnumerateFonts([](const pal::FontFace&, void* user) { return ++*static_cast<int*>(user), true; }, &listed);
+    EXPECT_EQ(listed, 2);
+    GetAvailableFontsKQ(&list);
+    EXPECT_EQ(FromFolder(), 1);
+}
+
+#endif
 
 }   // namespace
