@@ -1,4 +1,5 @@
-// Start-up steps of services that this build does not have yet. Each moves to its module when that lands.
+// Steps of services that this build does not have yet. Each moves to its module when that lands.
+#include "Source/Formats.h"
 #include "Source/Startup.h"
 
 namespace kq {
@@ -15,5 +16,6 @@ void StartMovieLayer() {}
 
 void StopMovieLayer() {}
 
+void ScanPhotoshopFile(const char*, u32, KQScanDesc*) {}
 
 }   // namespace kq
