@@ -84,6 +84,9 @@ Layout LayoutOf(const EIDIFrame& frame, const KQBitmap* target) {
     return layout;
 }
 
+// Values of four bytes are pixels already.
+bool NeedsStrip(const Layout& layout) { return layout.size != 4 || !layout.whole; }
+
 struct FrameReader {
     Stream stream;
     RunUnpacker unpacker;
@@ -92,6 +95,7 @@ struct FrameReader {
     i32 bits;
     bool packed;
     u8* strip;   // values, in front of the stream's buffer in the same block
+    i32 stripRows;
 };
 
 size_t ReadValues(FrameReader* reader, u8* out, size_t want) {
@@ -139,35 +143,40 @@ bool ReadStrip(FrameReader* reader, i32 rows, u8* pixels, i32 rowBytes) {
 bool ReadPixels(FrameReader* reader, KQBitmap* target) {
     const Layout& layout = reader->layout;
     if (layout.rowValues == 0) return true;
-    if (layout.size == 4 && layout.whole) {
+    if (!NeedsStrip(layout)) {
         size_t want = size_t(layout.rowValues) * size_t(layout.shownRows);
         return ReadValues(reader, target->data, want) == want;
     }
-    i32 stripRows = std::max(1, kStripValues / layout.rowValues);
-    for (i32 row = 0; row < layout.shownRows; row += stripRows) {
-        i32 rows = std::min(stripRows, layout.shownRows - row);
+    for (i32 row = 0; row < layout.shownRows; row += reader->stripRows) {
+        i32 rows = std::min(reader->stripRows, layout.shownRows - row);
         if (!ReadStrip(reader, rows, target->data + i64(row) * target->rowBytes, target->rowBytes)) return false;
     }
     return true;
 }
 
 // The strip and the buffer in one block. The buffer has a margin of a fifth over the frame's bytes, for packets that
-// grow the data; when memory is short it is made smaller, down to one row.
+// grow the data; when memory is short both are made smaller, down to one row. Plain values need no buffer, values of
+// four bytes that lie as in the bitmap no strip.
 bool AllocBuffers(FrameReader* reader) {
     const Layout& layout = reader->layout;
     i64 rowBytes = i64(layout.rowValues) * layout.size;
-    i64 strip = std::max<i64>(kStripValues, layout.rowValues) * layout.size + i64(kUnitSlack);
-    i64 least = rowBytes * 120 / 100 + 1024;
-    i64 size = std::clamp(rowBytes * layout.shownRows * 120 / 100, least, std::max(least, kMostBuffer));
+    i64 leastBuffer = reader->packed ? rowBytes * 120 / 100 + 1024 : 0;
+    i64 mostBuffer = reader->packed ? std::max(leastBuffer, kMostBuffer) : 0;
+    i64 buffer = std::clamp(rowBytes * layout.shownRows * 120 / 100, leastBuffer, mostBuffer);
+    i32 rows = NeedsStrip(layout) && layout.rowValues > 0 ? std::max(1, kStripValues / layout.rowValues) : 1;
     for (;;) {
-        reader->strip = static_cast<u8*>(KQ_ALLOC(size_t(strip + size), 0));
-        if (reader->strip || size <= least) break;
-        size = std::max(least, size / 2);
+        i64 strip = NeedsStrip(layout) ? rows * rowBytes + i64(kUnitSlack) : 0;
+        reader->strip = static_cast<u8*>(KQ_ALLOC(size_t(strip + buffer), 0));
+        reader->stripRows = rows;
+        if (reader->strip) {
+            reader->stream.buffer = reader->strip + strip;
+            reader->stream.capacity = size_t(buffer);
+            return true;
+        }
+        if (buffer <= leastBuffer && rows <= 1) return false;
+        buffer = std::max(leastBuffer, buffer / 2);
+        rows = std::max(1, rows / 2);
     }
-    if (!reader->strip) return false;
-    reader->stream.buffer = reader->strip + strip;
-    reader->stream.capacity = size_t(size);
-    return true;
 }
 
 i32 ReadFrame(EIDIClip* data, i64 offset, KQBitmap* target) {

@@ -8,7 +8,6 @@
 #include <bit>
 #include <cstring>
 
-#include "Source/Alloc.h"
 #include "Source/ByteOrder.h"
 #include "Source/EIDI.h"
 #include "Source/FileAt.h"
@@ -127,16 +126,13 @@ i32 WriteBandsOfFrame(FrameWriter* writer, WriteBands* bands) {
 
 i32 WritePixels(KQClip* clip, const KQBitmap* bitmap, FrameWriter* writer) {
     WriteBands bands;
-    if (!BeginBands(&bands, clip, bitmap, kBand)) return 0;
-    size_t row = size_t(bitmap->width) * size_t(writer->size);
-    size_t out = kOpenPacket + size_t(bands.mostRows) * (row + row / 64 + 8) + PackedBound(0);
-    writer->values = static_cast<u8*>(KQ_ALLOC(row + kPackSlack + out, 0));
-    i32 written = 0;
-    if (writer->values) {
-        writer->out = writer->values + row + kPackSlack;
-        written = WriteBandsOfFrame(writer, &bands);
-    }
-    KQ_FREE(writer->values);
+    size_t row = size_t(bitmap->width) * size_t(writer->size), values = row + kPackSlack;
+    const BandNeeds needs = {
+        .bytes = kBand, .outFixed = values + kOpenPacket + PackedBound(0), .outRow = row + row / 64 + 8};
+    if (!BeginBands(&bands, clip, bitmap, needs)) return 0;
+    writer->values = bands.out;
+    writer->out = bands.out + values;
+    i32 written = WriteBandsOfFrame(writer, &bands);
     EndBands(&bands);
     return written;
 }

@@ -3,6 +3,8 @@
 #define KQ_MODULE "Source/WriteBands"
 #include "Source/WriteBands.h"
 
+#include <algorithm>
+
 #include "Source/Alloc.h"
 #include "kq/environment.h"
 #include "kq/frames.h"
@@ -18,20 +20,22 @@ void SetRows(KQBitmap* bitmap, i32 rows) {
 
 }   // namespace
 
-bool BeginBands(WriteBands* bands, KQClip* clip, const KQBitmap* frame, i32 bytes) {
-    *bands = {clip, *frame, *frame, 0};
+bool BeginBands(WriteBands* bands, KQClip* clip, const KQBitmap* frame, const BandNeeds& needs) {
+    *bands = {clip, *frame, *frame, nullptr, 0};
     bands->band.data = nullptr;
     if (frame->depth != 32 || frame->nativeFlag) {
         KQEnv->Error = KQERR_BADDATA;
         return false;
     }
-    i32 rows = frame->rowBytes > 0 ? bytes / frame->rowBytes : 1;
-    if (rows > frame->height) rows = frame->height;
-    if (rows < 1) rows = 1;
-    while (!bands->band.data && rows > 0) {
+    i32 least = std::max(1, std::min(needs.leastRows, frame->height));
+    i32 rows = frame->rowBytes > 0 ? needs.bytes / frame->rowBytes : 1;
+    rows = std::max(least, std::min(rows, frame->height));
+    for (; !bands->band.data && rows >= least; rows -= 1 + rows / 64) {
         bands->mostRows = rows;
-        bands->band.data = static_cast<u8*>(KQ_ALLOC(size_t(rows) * size_t(frame->rowBytes) + kBandSlack, 0));
-        rows -= 1 + rows / 8;
+        size_t band = size_t(rows) * size_t(frame->rowBytes) + kBandSlack;
+        size_t block = band + needs.outFixed + size_t(rows) * needs.outRow;
+        bands->band.data = static_cast<u8*>(KQ_ALLOC(block, 0));
+        bands->out = bands->band.data + band;
     }
     return bands->band.data != nullptr;
 }
