@@ -117,7 +117,8 @@ i32 WriteBandsOfFrame(FrameWriter* writer, WriteBands* bands) {
     u8* end = writer->out;
     while (end && NextBand(bands)) {
         const KQBitmap& band = bands->band;
-        for (i32 y = 0; y < band.height; ++y) end = PutRow(writer, band.data + i64(y) * band.rowBytes, band.width, end);
+        for (i32 y = 0; y < band.height; ++y)
+            end = PutRow(writer, bands->rows + i64(y) * band.rowBytes, band.width, end);
         end = WriteClosedPackets(writer, end);
     }
     if (!end) return 0;
@@ -127,8 +128,10 @@ i32 WriteBandsOfFrame(FrameWriter* writer, WriteBands* bands) {
 i32 WritePixels(KQClip* clip, const KQBitmap* bitmap, FrameWriter* writer) {
     WriteBands bands;
     size_t row = size_t(bitmap->width) * size_t(writer->size), values = row + kPackSlack;
-    const BandNeeds needs = {
-        .bytes = kBand, .outFixed = values + kOpenPacket + PackedBound(0), .outRow = row + row / 64 + 8};
+    const BandNeeds needs = {.bytes = kBand,
+                             .alphaIsUsed = writer->size != 3,
+                             .outFixed = values + kOpenPacket + PackedBound(0),
+                             .outRow = row + row / 64 + 8};
     if (!BeginBands(&bands, clip, bitmap, needs)) return 0;
     writer->values = bands.out;
     writer->out = bands.out + values;

@@ -114,7 +114,7 @@ i32 WritePicture(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
     kq::WriteBands bands;
     i32 written = kq::BeginBands(&bands, clip, bitmap, {.bytes = kBand});
     while (written && kq::NextBand(&bands)) {
-        kq::RotateToFile(bands.band.data, size_t(bands.band.dataSize / 4));
+        kq::RotateToFile(bands.rows, bands.band.data, size_t(bands.band.dataSize / 4));
         written = WriteFileKQ(file, bands.band.data, size_t(bands.band.dataSize));
     }
     kq::EndBands(&bands);
@@ -136,7 +136,7 @@ i32 WriteLabel(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap, i32 frame
     KQBitmap* label = AllocBitmapKQ(bitmap->width, kq::kLabelRows, 32);
     if (!label) return WriteRowsForLabel(file, bitmap);
     kq::DrawLabel(label, frame, clip->sourceRate);
-    kq::RotateToFile(label->data, size_t(label->dataSize / 4));
+    kq::RotateToFile(label->data, label->data, size_t(label->dataSize / 4));
     i32 written = WriteFileKQ(file, label->data, size_t(label->dataSize));
     FreeBitmapKQ(label);
     return written;

@@ -207,7 +207,7 @@ i32 WriteRows(KQFileInfo* file, kq::WriteBands* bands, i32 width) {
     while (kq::NextBand(bands)) {
         const KQBitmap& band = bands->band;
         for (i32 y = 0; y < band.height; ++y)
-            kq::PixelsToYuv422(band.data + i64(y) * band.rowBytes, width, bands->out + i64(y) * width * 2);
+            kq::PixelsToYuv422(bands->rows + i64(y) * band.rowBytes, width, bands->out + i64(y) * width * 2);
         if (!WriteFileKQ(file, bands->out, size_t(band.height) * size_t(width) * 2)) return 0;
     }
     return 1;
@@ -216,8 +216,10 @@ i32 WriteRows(KQFileInfo* file, kq::WriteBands* bands, i32 width) {
 i32 WritePixels(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
     kq::WriteBands bands;
     if (bitmap->width == 0 || bitmap->height == 0) return 1;
-    const kq::BandNeeds needs = {
-        .bytes = bitmap->rowBytes * kChunkRows, .leastRows = kLeastChunkRows, .outRow = size_t(bitmap->width) * 2};
+    const kq::BandNeeds needs = {.bytes = bitmap->rowBytes * kChunkRows,
+                                 .leastRows = kLeastChunkRows,
+                                 .alphaIsUsed = false,
+                                 .outRow = size_t(bitmap->width) * 2};
     if (!kq::BeginBands(&bands, clip, bitmap, needs)) return 0;
     i32 written = WriteRows(file, &bands, bitmap->width);
     kq::EndBands(&bands);

@@ -18,10 +18,18 @@ void SetRows(KQBitmap* bitmap, i32 rows) {
     bitmap->dataSize = bitmap->rowBytes * rows;
 }
 
+// Whether a file holds the frame's pixels unchanged, as far as the format looks at them.
+bool IsStoredAsItIs(const WriteBands* bands) {
+    const KQClip* clip = bands->clip;
+    if (clip->alphaPremultiplied) return false;
+    if (clip->alphaMode == 0) return !bands->alphaIsUsed;
+    return clip->alphaMode == 2 && (clip->alphaInvert <= 0 || !bands->alphaIsUsed);
+}
+
 }   // namespace
 
 bool BeginBands(WriteBands* bands, KQClip* clip, const KQBitmap* frame, const BandNeeds& needs) {
-    *bands = {clip, *frame, *frame, nullptr, 0};
+    *bands = {clip, *frame, *frame, nullptr, nullptr, 0, needs.alphaIsUsed};
     bands->band.data = nullptr;
     if (frame->depth != 32 || frame->nativeFlag) {
         KQEnv->Error = KQERR_BADDATA;
@@ -46,7 +54,12 @@ bool NextBand(WriteBands* bands) {
     i32 rows = left < bands->mostRows ? left : bands->mostRows;
     SetRows(&bands->source, rows);
     SetRows(&bands->band, rows);
-    Interpret_Alpha(bands->clip, &bands->source, &bands->band, nullptr);
+    bands->rows = bands->source.data;
+    i64 behind = i64(left - rows) * bands->source.rowBytes;
+    if (behind < kBandSlack || !IsStoredAsItIs(bands)) {
+        Interpret_Alpha(bands->clip, &bands->source, &bands->band, nullptr);
+        bands->rows = bands->band.data;
+    }
     bands->source.data += bands->source.dataSize;
     SetRows(&bands->source, left - rows);
     return true;

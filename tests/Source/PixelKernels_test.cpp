@@ -75,7 +75,7 @@ TEST_F(PixelKernels, RotationsAreEachOthersInverse) {
             for (size_t i = 0; i < count * 4; ++i) ASSERT_EQ(bytes[i], before[i / 4 * 4 + (i + 3) % 4]) << i;
             ASSERT_EQ(Bytes(bytes.begin() + i64(count) * 4, bytes.end()),
                       Bytes(before.begin() + i64(count) * 4, before.end()));
-            kq::RotateToFile(bytes.data(), count, level);
+            kq::RotateToFile(bytes.data(), bytes.data(), count, level);
             ASSERT_EQ(bytes, before);
         }
 }
