@@ -803,15 +803,7 @@ TEST_F(ElectricImage, WithLessMemoryAFrameIsWrittenTheSame) {
 
 TEST_F(ElectricImage, SizesThatNoReaderWouldTakeAreNotWritten) {
     ASSERT_TRUE(Create(4, 4));
-    for (auto [width, height] : {std::pair{32768, 1}, {1, 32768}, {32767, 8193}}) {
-        u8 pixel[4] = {};
-        KQBitmap view = {};   // refused before a pixel is touched
-        view.width = width, view.height = height, view.depth = 32;
-        view.rowBytes = width * 4, view.data = pixel;
-        KQEnv->Error = KQERR_NONE;
-        EXPECT_EQ(module->AddFrame(clip, &view, 0, nullptr), 0) << width << " x " << height;
-        EXPECT_EQ(GetErrorKQ(), u32(KQERR_BADDATA));
-    }
+    ExpectOversizeRefused();
     EXPECT_EQ(clip->sourceFrames, 0);
     Close();
     EXPECT_EQ(Read(), Bytes(6)) << "a file without a frame";

@@ -442,15 +442,7 @@ TEST_F(VPB, WithLessMemoryAPictureIsWrittenTheSameDownToTwoRows) {
 
 TEST_F(VPB, SizesThatNoReaderWouldTakeAreNotWritten) {
     ASSERT_TRUE(Create(4, 4));
-    for (auto [width, height] : {std::pair{32768, 1}, {1, 32768}, {32767, 8193}}) {
-        u8 pixel[4] = {};
-        KQBitmap view = {};   // refused before a pixel is touched
-        view.width = width, view.height = height, view.depth = 32;
-        view.rowBytes = width * 4, view.data = pixel;
-        KQEnv->Error = KQERR_NONE;
-        EXPECT_EQ(module->AddFrame(clip, &view, 0, nullptr), 0) << width << " x " << height;
-        EXPECT_EQ(GetErrorKQ(), u32(KQERR_BADDATA));
-    }
+    ExpectOversizeRefused();
     EXPECT_FALSE(FileExistsKQ(path.c_str())) << "nothing is made for them";
 }
 

@@ -160,6 +160,19 @@ protected:
         for (size_t i = 0; i < size; ++i) bytes[at + i] = u8(value >> 8 * (size - 1 - i));
     }
 
+    // Adds frames of sizes that no reader's gate lets through; each is refused before a pixel of it is touched.
+    void ExpectOversizeRefused() {
+        for (auto [width, height] : {std::pair{32768, 1}, {1, 32768}, {32767, 8193}}) {
+            u8 pixel[4] = {};
+            KQBitmap view = {};
+            view.width = width, view.height = height, view.depth = 32;
+            view.rowBytes = width * 4, view.data = pixel;
+            KQEnv->Error = KQERR_NONE;
+            EXPECT_EQ(module->AddFrame(clip, &view, 0, nullptr), 0) << width << " x " << height;
+            EXPECT_EQ(GetErrorKQ(), u32(KQERR_BADDATA));
+        }
+    }
+
     // The file that a frame of these pixels gives while `failures` allocations fail, the first of them behind
     // `before` that succeed within the slot; empty when the frame is refused.
     Bytes WrittenShortOfMemory(const Bytes& pixels, i32 width, i32 height, i64 before, i64 failures) {
