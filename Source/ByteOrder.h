@@ -26,7 +26,7 @@ inline void PutBig32(u8* at, u32 value) {
 // Turns `count` pixels in place from a file's red, green, blue, alpha to alpha, red, green, blue.
 void RotateToBitmap(u8* pixels, size_t count, Simd level = BestSimd());
 
-// The way back.
-void RotateToFile(u8* pixels, size_t count, Simd level = BestSimd());
+// The way back, from `pixels` to `file`, which are the same or apart.
+void RotateToFile(const u8* pixels, u8* file, size_t count, Simd level = BestSimd());
 
 }   // namespace kq

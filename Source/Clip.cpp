@@ -224,14 +224,17 @@ void DeleteScratchRun(KQClip* clip, KQEditRun run) {
     }
 }
 
-// Walks the edit list as far as it stands for frames of the source.
+// Walks the edit list as far as it stands for frames of the source. Inserted frames that were never modified have no
+// file: that there is nothing to delete is no failure.
 void DeleteScratchFrames(KQClip* clip) {
     if (!clip->editList || clip->sourceFrames < 1) return;
+    u32 before = KQEnv->Error;
     i64 frames = 0;
     for (i32 i = 0; i < clip->editCount && frames < clip->sourceFrames; ++i) {
         frames += clip->editList[i].count;
         if (clip->editList[i].start < 0) DeleteScratchRun(clip, clip->editList[i]);
     }
+    KQEnv->Error = before;
 }
 
 }   // namespace

@@ -1,8 +1,8 @@
 // Frames of ElectricImage files to pixels.
 //
 // The file comes in through one buffer of bounded size. A frame is one long stream of values, whatever its rows: a
-// packet may cross their ends. Values of four bytes unpack straight into the bitmap; narrower ones a few rows at a
-// time into a strip that stays in the cache, from which they are widened.
+// packet may cross their ends. Most kinds unpack straight into the bitmap; the others a few rows at a time into a strip
+// that stays in the cache, from which they are widened.
 #define KQ_MODULE "Source/EIDIRead"
 #include <algorithm>
 #include <cstring>
@@ -44,15 +44,6 @@ void Refill(Stream* stream) {
     stream->end = stream->buffer + left + got;
 }
 
-size_t ReadPacked(Stream* stream, RunUnpacker* unpacker, i32 size, u8* out, size_t want) {
-    size_t done = 0;
-    for (;;) {
-        done += UnpackRuns(unpacker, size, &stream->in, stream->end, out + done * size_t(size), want - done);
-        if (done == want || stream->fileEnds) return done;
-        Refill(stream);
-    }
-}
-
 // Plain values need no buffer.
 size_t ReadPlain(Stream* stream, i32 size, u8* out, size_t want) {
     i64 got = ReadFileAt(stream->file, stream->next, out, want * size_t(size));
@@ -91,11 +82,40 @@ struct FrameReader {
     Layout layout;
     i32 bits;
     bool packed;
-    u8* strip;   // values, in front of the stream's buffer in the same block
+    bool direct;   // no strip: what is unpacked are the bitmap's pixels
+    u8* strip;     // values, in front of the stream's buffer in the same block
+    i32 stripRows;
 };
 
+// Values of four bytes are pixels already, and packed greys and triples unpack to pixels.
+bool IsDirect(const FrameReader& reader) {
+    bool widens = reader.bits == 24 || (reader.bits == 8 && reader.table.grey);
+    return reader.layout.whole && (reader.bits == 32 || (reader.packed && widens));
+}
+
+// Bytes of a value as it is read.
+size_t OutSize(const FrameReader* reader) { return reader->direct ? 4 : size_t(reader->layout.size); }
+
+size_t Unpack(FrameReader* reader, u8* out, size_t want) {
+    Stream* s = &reader->stream;
+    if (reader->direct && reader->layout.size == 1)
+        return UnpackGreyPixels(&reader->unpacker, &s->in, s->end, out, want);
+    if (reader->direct && reader->layout.size == 3)
+        return UnpackTriplePixels(&reader->unpacker, &s->in, s->end, out, want);
+    return UnpackRuns(&reader->unpacker, reader->layout.size, &s->in, s->end, out, want);
+}
+
+size_t ReadPacked(FrameReader* reader, u8* out, size_t want) {
+    size_t done = 0;
+    for (;;) {
+        done += Unpack(reader, out + done * OutSize(reader), want - done);
+        if (done == want || reader->stream.fileEnds) return done;
+        Refill(&reader->stream);
+    }
+}
+
 size_t ReadValues(FrameReader* reader, u8* out, size_t want) {
-    if (reader->packed) return ReadPacked(&reader->stream, &reader->unpacker, reader->layout.size, out, want);
+    if (reader->packed) return ReadPacked(reader, out, want);
     return ReadPlain(&reader->stream, reader->layout.size, out, want);
 }
 
@@ -139,35 +159,39 @@ bool ReadStrip(FrameReader* reader, i32 rows, u8* pixels, i32 rowBytes) {
 bool ReadPixels(FrameReader* reader, KQBitmap* target) {
     const Layout& layout = reader->layout;
     if (layout.rowValues == 0) return true;
-    if (layout.size == 4 && layout.whole) {
+    if (reader->direct) {
         size_t want = size_t(layout.rowValues) * size_t(layout.shownRows);
         return ReadValues(reader, target->data, want) == want;
     }
-    i32 stripRows = std::max(1, kStripValues / layout.rowValues);
-    for (i32 row = 0; row < layout.shownRows; row += stripRows) {
-        i32 rows = std::min(stripRows, layout.shownRows - row);
+    for (i32 row = 0; row < layout.shownRows; row += reader->stripRows) {
+        i32 rows = std::min(reader->stripRows, layout.shownRows - row);
         if (!ReadStrip(reader, rows, target->data + i64(row) * target->rowBytes, target->rowBytes)) return false;
     }
     return true;
 }
 
 // The strip and the buffer in one block. The buffer has a margin of a fifth over the frame's bytes, for packets that
-// grow the data; when memory is short it is made smaller, down to one row.
+// grow the data; when memory is short both are made smaller, down to one row. Plain values need no buffer.
 bool AllocBuffers(FrameReader* reader) {
     const Layout& layout = reader->layout;
     i64 rowBytes = i64(layout.rowValues) * layout.size;
-    i64 strip = std::max<i64>(kStripValues, layout.rowValues) * layout.size + i64(kUnitSlack);
-    i64 least = rowBytes * 120 / 100 + 1024;
-    i64 size = std::clamp(rowBytes * layout.shownRows * 120 / 100, least, std::max(least, kMostBuffer));
+    i64 leastBuffer = reader->packed ? rowBytes * 120 / 100 + 1024 : 0;
+    i64 mostBuffer = reader->packed ? std::max(leastBuffer, kMostBuffer) : 0;
+    i64 buffer = std::clamp(rowBytes * layout.shownRows * 120 / 100, leastBuffer, mostBuffer);
+    i32 rows = !reader->direct && layout.rowValues > 0 ? std::max(1, kStripValues / layout.rowValues) : 1;
     for (;;) {
-        reader->strip = static_cast<u8*>(KQ_ALLOC(size_t(strip + size), 0));
-        if (reader->strip || size <= least) break;
-        size = std::max(least, size / 2);
+        i64 strip = reader->direct ? 0 : rows * rowBytes + i64(kUnitSlack);
+        reader->strip = static_cast<u8*>(KQ_ALLOC(size_t(strip + buffer), 0));
+        reader->stripRows = rows;
+        if (reader->strip) {
+            reader->stream.buffer = reader->strip + strip;
+            reader->stream.capacity = size_t(buffer);
+            return true;
+        }
+        if (buffer <= leastBuffer && rows <= 1) return false;
+        buffer = std::max(leastBuffer, buffer / 2);
+        rows = std::max(1, rows / 2);
     }
-    if (!reader->strip) return false;
-    reader->stream.buffer = reader->strip + strip;
-    reader->stream.capacity = size_t(size);
-    return true;
 }
 
 i32 ReadFrame(EIDIClip* data, i64 offset, KQBitmap* target) {
@@ -175,11 +199,12 @@ i32 ReadFrame(EIDIClip* data, i64 offset, KQBitmap* target) {
     reader.layout = LayoutOf(data->frame, target);
     reader.bits = data->frame.Bits();
     reader.packed = data->frame.packed != 0;
+    FillPixelTable(&reader.table, data->red, data->green, data->blue);
+    reader.direct = IsDirect(reader);
     if (!AllocBuffers(&reader)) return 0;
     reader.stream.file = data->file;
     reader.stream.next = offset + data->frame.HeadSize();
     reader.stream.in = reader.stream.end = reader.stream.buffer;
-    FillPixelTable(&reader.table, data->red, data->green, data->blue);
     bool whole = ReadPixels(&reader, target);
     KQ_FREE(reader.strip);
     KQEnv->Error = whole ? KQERR_NONE : KQERR_READ;

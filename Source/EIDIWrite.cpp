@@ -8,7 +8,6 @@
 #include <bit>
 #include <cstring>
 
-#include "Source/Alloc.h"
 #include "Source/ByteOrder.h"
 #include "Source/EIDI.h"
 #include "Source/FileAt.h"
@@ -118,7 +117,8 @@ i32 WriteBandsOfFrame(FrameWriter* writer, WriteBands* bands) {
     u8* end = writer->out;
     while (end && NextBand(bands)) {
         const KQBitmap& band = bands->band;
-        for (i32 y = 0; y < band.height; ++y) end = PutRow(writer, band.data + i64(y) * band.rowBytes, band.width, end);
+        for (i32 y = 0; y < band.height; ++y)
+            end = PutRow(writer, bands->rows + i64(y) * band.rowBytes, band.width, end);
         end = WriteClosedPackets(writer, end);
     }
     if (!end) return 0;
@@ -127,16 +127,15 @@ i32 WriteBandsOfFrame(FrameWriter* writer, WriteBands* bands) {
 
 i32 WritePixels(KQClip* clip, const KQBitmap* bitmap, FrameWriter* writer) {
     WriteBands bands;
-    if (!BeginBands(&bands, clip, bitmap, kBand)) return 0;
-    size_t row = size_t(bitmap->width) * size_t(writer->size);
-    size_t out = kOpenPacket + size_t(bands.mostRows) * (row + row / 64 + 8) + PackedBound(0);
-    writer->values = static_cast<u8*>(KQ_ALLOC(row + kPackSlack + out, 0));
-    i32 written = 0;
-    if (writer->values) {
-        writer->out = writer->values + row + kPackSlack;
-        written = WriteBandsOfFrame(writer, &bands);
-    }
-    KQ_FREE(writer->values);
+    size_t row = size_t(bitmap->width) * size_t(writer->size), values = row + kPackSlack;
+    const BandNeeds needs = {.bytes = kBand,
+                             .alphaIsUsed = writer->size != 3,
+                             .outFixed = values + kOpenPacket + PackedBound(0),
+                             .outRow = row + row / 64 + 8};
+    if (!BeginBands(&bands, clip, bitmap, needs)) return 0;
+    writer->values = bands.out;
+    writer->out = bands.out + values;
+    i32 written = WriteBandsOfFrame(writer, &bands);
     EndBands(&bands);
     return written;
 }

@@ -1,8 +1,8 @@
 // Frames into a clip: changed and inserted ones as scratch files that the edit list names, added ones through the
 // module.
 //
-// A scratch file holds a bitmap's bytes and nothing else. One that exists is replaced by a complete new file, so that a
-// full disk cannot cost what was stored before.
+// A scratch file holds a bitmap's bytes and nothing else. It is written in full under another name and then takes its
+// own, whether that exists or not: a full disk cannot cost what was stored before, and nothing has to be asked first.
 #define KQ_MODULE "Source/EditFrame"
 #include <cstring>
 
@@ -22,13 +22,18 @@ namespace {
 struct ScratchName {
     char path[sizeof KQEnvironment::ScratchPath];
 
-    // The replacement of a frame is written under the name of its alpha, which no frame uses.
-    bool Make(KQClip* clip, i32 number, bool replacement) {
-        const char* made = Make_TempName(clip, number, replacement);
+    // A frame that is being written lies under the name of its alpha, which no frame uses.
+    bool Make(KQClip* clip, i32 number, bool unfinished) {
+        const char* made = Make_TempName(clip, number, unfinished);
         if (made) std::strcpy(path, made);
         return made != nullptr;
     }
 };
+
+// Whether the host is sure that there is no such file; what cannot be asked is not missing.
+bool IsMissing(const char* path) {
+    return !FileCallFails() && !pal::FileQuery(path, nullptr) && pal::FileError() == KQERR_NOTFOUND;
+}
 
 // Deletes an unfinished file; the reason why it is unfinished stays in `Error`.
 int Abandon(const char* path, u32 reason) {
@@ -48,26 +53,21 @@ int WriteWhole(const char* path, const KQBitmap* bitmap) {
 }
 
 int WriteScratch(KQClip* clip, i32 number, const KQBitmap* bitmap) {
-    ScratchName name, replacement;
-    if (!name.Make(clip, number, false)) {
+    ScratchName name, unfinished;
+    if (!name.Make(clip, number, false) || !unfinished.Make(clip, number, true)) {
         KQEnv->Error = KQERR_CREATE;
         return 0;
     }
-    if (!FileExistsKQ(name.path)) return WriteWhole(name.path, bitmap);
-    if (!replacement.Make(clip, number, true)) {
-        KQEnv->Error = KQERR_CREATE;
-        return 0;
-    }
-    if (!WriteWhole(replacement.path, bitmap)) return 0;
+    if (!WriteWhole(unfinished.path, bitmap)) return 0;
     KQEnv->Error = KQERR_WRITE;
     if (!FileCallFails()) {
-        if (pal::FileReplace(replacement.path, name.path)) {
+        if (pal::FileReplace(unfinished.path, name.path)) {
             KQEnv->Error = KQERR_NONE;
             return 1;
         }
         KQEnv->Error = pal::FileError();
     }
-    return Abandon(replacement.path, KQERR_WRITE);
+    return Abandon(unfinished.path, KQERR_WRITE);
 }
 
 // The number for a frame that has no scratch file yet; 0 when they have run out.
@@ -186,19 +186,29 @@ int Insert(KQClip* clip, const KQTimeValue* time, int (*insert)(KQClip* clip, i3
     return 1;
 }
 
+// What the slot returns is the caller's answer, whatever it is.
 int CallAddFrame(KQClip* clip, KQBitmap* bitmap, i32 frame, const KQRectT<long>* rect) {
-    int done = clip->format->AddFrame && clip->format->AddFrame(clip, bitmap, frame, rect);
-    if (!done && KQEnv->Error == KQERR_NONE) KQEnv->Error = KQERR_MODULE;
-    return done;
+    int result = clip->format->AddFrame ? clip->format->AddFrame(clip, bitmap, frame, rect) : 0;
+    if (!result && KQEnv->Error == KQERR_NONE) KQEnv->Error = KQERR_MODULE;
+    return result;
 }
 
 }   // namespace
 
+// An inserted frame has no file until it is modified, and a reopened clip's are gone: a missing one is no failure and
+// leaves `Error` alone.
 bool ReadScratch(KQClip* clip, i32 number, KQBitmap* bitmap) {
+    u32 before = KQEnv->Error;
     const char* name = Make_TempName(clip, number, 0);
-    if (!name) KQEnv->Error = KQERR_NOTFOUND;
-    KQFileInfo* file = name ? OpenFileKQ(name, KQFILE_Read) : nullptr;
-    if (!file) return false;
+    if (!name) {
+        KQEnv->Error = KQERR_NOTFOUND;
+        return false;
+    }
+    KQFileInfo* file = OpenFileKQ(name, KQFILE_Read);
+    if (!file) {
+        if (KQEnv->Error == KQERR_NOTFOUND && IsMissing(name)) KQEnv->Error = before;
+        return false;
+    }
     bool complete = GetFileLengthKQ(file) >= bitmap->dataSize;
     bool done = complete && (bitmap->dataSize == 0 || ReadFileKQ(file, bitmap->data, size_t(bitmap->dataSize)));
     u32 code = KQEnv->Error ? KQEnv->Error : u32(KQERR_READ);

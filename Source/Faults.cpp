@@ -13,7 +13,7 @@ FaultSwitch threadFaults;
 
 bool FaultSwitch::Fails() {
     i64 number = std::atomic_ref(calls).fetch_add(1, std::memory_order_relaxed) + 1;
-    if (failAt == 0 || (once ? number != failAt : number < failAt)) return false;
+    if (failAt == 0 || number < failAt || (once && number >= failAt + span)) return false;
     std::atomic_ref(failures).fetch_add(1, std::memory_order_relaxed);
     return true;
 }

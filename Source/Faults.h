@@ -1,7 +1,7 @@
 // The switches of the test build that make the n-th allocation, the n-th file call or the n-th thread call fail.
 //
-// The memory manager, the file layer and the tasks ask here before each call of theirs. Without KQ_TESTING the questions are
-// constants and cost nothing.
+// The memory manager, the file layer and the tasks ask here before each call of theirs. Without KQ_TESTING the
+// questions are constants and cost nothing.
 #pragma once
 
 #include "kq/types.h"
@@ -16,9 +16,13 @@ struct FaultSwitch {
     i64 failAt = 0;
     bool once = true;
     i64 failures = 0;   // calls failed since the switch was set
+    i64 span = 1;       // calls that "once" means
 
     // Starts counting anew.
-    void Set(i64 n, bool onlyOnce) { *this = FaultSwitch{0, n, onlyOnce, 0}; }
+    void Set(i64 n, bool onlyOnce) { *this = FaultSwitch{0, n, onlyOnce, 0, 1}; }
+
+    // The same; calls n to n + count - 1 fail, the others succeed.
+    void SetSpan(i64 n, i64 count) { *this = FaultSwitch{0, n, true, 0, count}; }
 
     void Clear() { Set(0, true); }
 

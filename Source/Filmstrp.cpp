@@ -4,6 +4,8 @@
 // A picture goes straight between the file and the pixels, in bands that stay in the cache while their bytes are put
 // in order.
 #define KQ_MODULE "Source/Filmstrp"
+#include "Source/Filmstrp.h"
+
 #include "Source/Alloc.h"
 #include "Source/ByteOrder.h"
 #include "Source/FileAt.h"
@@ -19,26 +21,9 @@ constexpr u32 kSignature = KQCode4("Rand");
 constexpr i64 kTrailerSize = 36;
 constexpr i32 kBand = 128 << 10;   // bytes moved at a time: a part of any second-level cache
 
-struct Trailer {
-    u32 signature;
-    i32 frames;
-    u16 packing;
-    i16 width;
-    u16 height;
-    u16 leading;   // rows of label a frame
-    i16 rate;
-};
-
-// What the module keeps of an open clip.
-struct Film {
-    KQFileInfo* file;
-    Trailer trailer;   // of a clip that is read
-    i64 end;           // of a clip that is written: where the next frame goes
-};
-
 // Reads the trailer; false when the file is too short for one or it is none of ours. The file's length is not held
 // against the number of frames: a cut film still shows what it has.
-bool ReadTrailer(KQFileInfo* file, Trailer* trailer) {
+bool ReadTrailer(KQFileInfo* file, kq::FilmTrailer* trailer) {
     i64 length = GetFileLengthKQ(file);
     u8 bytes[kTrailerSize];
     if (length < kTrailerSize || kq::ReadFileAt(file, length - kTrailerSize, bytes, kTrailerSize) != kTrailerSize) {
@@ -54,10 +39,10 @@ bool ReadTrailer(KQFileInfo* file, Trailer* trailer) {
     return false;
 }
 
-Film* FilmOf(KQClip* clip) { return static_cast<Film*>(clip->moduleData); }
+kq::Film* FilmOf(KQClip* clip) { return static_cast<kq::Film*>(clip->moduleData); }
 
 void FreeFilm(KQClip* clip) {
-    Film* film = FilmOf(clip);
+    kq::Film* film = FilmOf(clip);
     if (!film) return;
     CloseFileKQ(film->file);
     KQ_FREE(film);
@@ -66,7 +51,7 @@ void FreeFilm(KQClip* clip) {
 
 i32 OpenFilm(KQClip* clip, TagItem*) {
     if (clip->moduleData) return 1;
-    Film* film = KQ_NEW(Film);
+    kq::Film* film = KQ_NEW(kq::Film);
     if (!film) return 0;
     clip->moduleData = film;
     film->file = OpenFileKQ(clip->fileSpec, KQFILE_Read);
@@ -99,9 +84,9 @@ i64 ReadPixels(KQFileInfo* file, i64 offset, u8* pixels, i64 bytes) {
 // Always succeeds. Pixels that the file does not hold to the last byte stay as they are, and `Error` is KQERR_READ
 // then.
 i32 GetFilmFrame(KQClip* clip, KQBitmap* target, i32 frame, const KQRectT<long>*, i32, i32, i32) {
-    Film* film = FilmOf(clip);
+    kq::Film* film = FilmOf(clip);
     if (!film) return 0;
-    const Trailer& t = film->trailer;
+    const kq::FilmTrailer& t = film->trailer;
     i64 row = i64(t.width) * 4;
     i64 wanted = row * t.height < target->dataSize ? row * t.height : target->dataSize;
     i64 offset = 0;   // the tallest frames of the longest film pass 64 bits
@@ -114,7 +99,7 @@ i32 GetFilmFrame(KQClip* clip, KQBitmap* target, i32 frame, const KQRectT<long>*
 
 i32 CreateFilm(KQClip* clip, u32) {
     FreeFilm(clip);
-    Film* film = KQ_NEW(Film);
+    kq::Film* film = KQ_NEW(kq::Film);
     if (!film) return 0;
     film->file = CreateFileKQ(clip->fileSpec, KQFILE_ReadWrite, KQCode4("Film"), KQ_ANYCODE);
     if (!film->file) {
@@ -127,9 +112,9 @@ i32 CreateFilm(KQClip* clip, u32) {
 
 i32 WritePicture(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
     kq::WriteBands bands;
-    i32 written = kq::BeginBands(&bands, clip, bitmap, kBand);
+    i32 written = kq::BeginBands(&bands, clip, bitmap, {.bytes = kBand});
     while (written && kq::NextBand(&bands)) {
-        kq::RotateToFile(bands.band.data, size_t(bands.band.dataSize / 4));
+        kq::RotateToFile(bands.rows, bands.band.data, size_t(bands.band.dataSize / 4));
         written = WriteFileKQ(file, bands.band.data, size_t(bands.band.dataSize));
     }
     kq::EndBands(&bands);
@@ -151,7 +136,7 @@ i32 WriteLabel(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap, i32 frame
     KQBitmap* label = AllocBitmapKQ(bitmap->width, kq::kLabelRows, 32);
     if (!label) return WriteRowsForLabel(file, bitmap);
     kq::DrawLabel(label, frame, clip->sourceRate);
-    kq::RotateToFile(label->data, size_t(label->dataSize / 4));
+    kq::RotateToFile(label->data, label->data, size_t(label->dataSize / 4));
     i32 written = WriteFileKQ(file, label->data, size_t(label->dataSize));
     FreeBitmapKQ(label);
     return written;
@@ -160,7 +145,7 @@ i32 WriteLabel(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap, i32 frame
 // What a failed write left of a frame is taken back, so that the frames before it, and a trailer behind them, still
 // make a film. A picture whose label failed counts; the label's place stays empty.
 i32 AddFilmFrame(KQClip* clip, KQBitmap* bitmap, i32 frame, const KQRectT<long>*) {
-    Film* film = FilmOf(clip);
+    kq::Film* film = FilmOf(clip);
     if (!film) return 0;
     if (!kq::FrameMayBeWritten(bitmap->width, bitmap->height)) {
         KQEnv->Error = KQERR_BADDATA;
@@ -223,7 +208,7 @@ void FinishFilm(KQClip* clip, KQFileInfo* file, i64 end) {
 }
 
 void CloseFilm(KQClip* clip) {
-    Film* film = FilmOf(clip);
+    kq::Film* film = FilmOf(clip);
     if (!film) return;
     bool written = (clip->flags & KQCLIP_WRITING) && film->file->Permission != KQFILE_Read;
     if (written) FinishFilm(clip, film->file, film->end);

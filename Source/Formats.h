@@ -52,4 +52,8 @@ void ShowFileSystemError(i32 number);
 // IFMPlugn.cpp: adds the format module of the shared library `path`.
 void ScanFormatLibrary(const char* path, KQScanDesc* scan);
 
+// Later.cpp: adds the format modules that the resources of the Photoshop plug-in `path` describe. `typeCode` is one of
+// the codes that such files carry, its four letters as they lie in memory.
+void ScanPhotoshopFile(const char* path, u32 typeCode, KQScanDesc* scan);
+
 }   // namespace kq

@@ -109,8 +109,8 @@ void FilterRows(KQBitmap* bitmap, u32 flags);
 // InterpretAlpha.cpp: what the clip says of alpha, done to the pixels of `area` after reading.
 void ReadAlpha(const KQClip* clip, KQBitmap* bitmap, const Area& area);
 
-// EditFrame.cpp: fills `bitmap` with the bytes of scratch frame `number`; false, with the reason in `Error`, when the
-// file is missing, short or unreadable.
+// EditFrame.cpp: fills `bitmap` with the bytes of scratch frame `number`; false when the file is short or unreadable,
+// with the reason in `Error`, and when there is none, with `Error` as it was.
 bool ReadScratch(KQClip* clip, i32 number, KQBitmap* bitmap);
 
 }   // namespace kq

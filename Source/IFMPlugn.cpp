@@ -194,7 +194,24 @@ void ScanFormatLibrary(const char* path, KQScanDesc* scan) {
 
 }   // namespace kq
 
+namespace {
+
+// The codes of Photoshop plug-ins, by extension and by file type.
+bool IsPhotoshopCode(const char* code) {
+    static constexpr char kCodes[][5] = {"8BA ", "8BE ", "8BF ", "8BI ", "8BP ", "8BX ", "8BY ",
+                                         "8BAM", "8BEM", "8BFM", "8BIF", "8BPI", "8BXM", "8BYM"};
+    for (auto& known : kCodes)
+        if (std::memcmp(known, code, 4) == 0) return true;
+    return false;
+}
+
+}   // namespace
+
 int FormatModule_CheckFile(const char* path, u32 typeCode, uptr scanDesc) {
-    if (std::memcmp(&typeCode, "IFM ", 4) == 0) kq::ScanFormatLibrary(path, reinterpret_cast<KQScanDesc*>(scanDesc));
+    auto scan = reinterpret_cast<KQScanDesc*>(scanDesc);
+    char code[4];
+    std::memcpy(code, &typeCode, 4);
+    if (std::memcmp(code, "IFM ", 4) == 0) kq::ScanFormatLibrary(path, scan);
+    if (IsPhotoshopCode(code)) kq::ScanPhotoshopFile(path, typeCode, scan);
     return 1;
 }

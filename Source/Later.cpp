@@ -1,5 +1,6 @@
-// Steps of start-up and clean-up, and calls of the event pump, whose services this build does not have yet: each is
+// Steps of start-up and clean-up, and calls of the event pump and of scans, whose services this build does not have yet: each is
 // empty, and moves to its module when that lands. They stand in the order in which they are called.
+#include "Source/Formats.h"
 #include "Source/Startup.h"
 
 namespace kq {
@@ -37,6 +38,8 @@ void ShowCursor() {}
 bool InputWaits() { return false; }
 
 void PostQuitMessage(u32) {}
+
+void ScanPhotoshopFile(const char*, u32, KQScanDesc*) {}
 
 // ---- Clean-up
 

@@ -1,4 +1,4 @@
-// The packers and the unpacker.
+// The packers.
 //
 // Packing finds its runs in a bit map of equal neighbours, which vector code makes for a whole row at once; a packet
 // then costs two searches for a bit and a copy. Copies go in whole vectors that may touch what lies behind, as long as
@@ -14,20 +14,6 @@ namespace {
 
 constexpr i32 kMostValues = 128;   // of a packet
 
-// The first bit from `at` on that is set, or `end`. The word behind the last pixel's is clear.
-inline i32 NextSet(const u64* words, i32 at, i32 end) {
-    i32 index = at >> 6;
-    u64 word = words[index] >> (at & 63);
-    if (word) return at + std::countr_zero(word);
-    at = index << 6;
-    do {
-        at += 64;
-        if (at >= end) return end;
-        word = words[++index];
-    } while (!word);
-    return at + std::countr_zero(word);
-}
-
 // The first bit from `at` on that is clear. There is one: the last pixel's.
 inline i32 NextClear(const u64* words, i32 at) {
     i32 index = at >> 6;
@@ -41,17 +27,15 @@ inline i32 NextClear(const u64* words, i32 at) {
     return at + std::countr_zero(word);
 }
 
-inline void Copy16(u8* to, const u8* from) {
-    u64 a, b;
-    std::memcpy(&a, from, 8);
-    std::memcpy(&b, from + 8, 8);
-    std::memcpy(to, &a, 8);
-    std::memcpy(to + 8, &b, 8);
-}
-
-// Copies `bytes` bytes in pieces of 16: up to 15 more are read and written.
+// Copies `bytes` bytes in pieces of 32: up to 31 more are read and written.
 inline void CopyOver(u8* to, const u8* from, size_t bytes) {
-    for (size_t i = 0; i < bytes; i += 16) Copy16(to + i, from + i);
+    size_t i = 0;
+    do {
+        u64 piece[4];
+        std::memcpy(piece, from + i, 32);
+        std::memcpy(to + i, piece, 32);
+        i += 32;
+    } while (i < bytes);
 }
 
 // Appends values to the open literal packet, opening and closing packets as they fill.
@@ -178,99 +162,33 @@ void MarkPixels(const u8* pixels, i32 width, EqualBits* equal, Simd level) {
     MarkPlain(width, equal, [=](i32 i) { return ((Load32(pixels + i * 4) ^ Load32(pixels + i * 4 + 4)) & Mask) == 0; });
 }
 
-// Packs a row in which every bit of `starts` is a place where a run may open. Pixels between runs are literal.
+// Packs a row in which every bit of `starts` is a place where a run may open. Pixels between runs are literal. A word
+// of the map at a time: the runs that end in it cost a search for two bits each and no memory.
 template <i32 Size>
-u8* PackRow(RunPacker* packer, const u8* values, i32 width, const u64* starts, const u64* equal, u8* out) {
-    i32 at = 0;
-    while (at < width) {
-        i32 start = NextSet(starts, at, width);
-        if (start > at) out = AddLiteral<Size>(packer, values + at * Size, start - at, out);
-        if (start == width) break;
-        i32 end = NextClear(equal, start) + 1;
-        i32 count = end - start < kMostValues ? end - start : kMostValues;
-        out = AddRun<Size>(packer, values + start * Size, count, out);
-        at = start + count;
+u8* PackRow(RunPacker* state, const u8* values, i32 width, const u64* starts, const u64* equal, u8* out) {
+    RunPacker packer = *state;   // no byte that is written can be one of a local's
+    i32 literal = 0;             // the first pixel that is not written yet
+    for (i32 base = 0, at = 0; base < width;) {
+        u64 open = starts[base >> 6] & ~u64(0) << at, ends = ~equal[base >> 6];
+        at = 0;
+        while (open && at < 64) {
+            i32 start = std::countr_zero(open);
+            u64 end = ends & ~u64(0) << start;
+            i32 count = end ? std::countr_zero(end) + 1 - start : NextClear(equal, base + 64) + 1 - base - start;
+            if (count > kMostValues) count = kMostValues;
+            if (base + start > literal)
+                out = AddLiteral<Size>(&packer, values + literal * Size, base + start - literal, out);
+            out = AddRun<Size>(&packer, values + (base + start) * Size, count, out);
+            at = start + count;
+            literal = base + at;
+            open = at < 64 ? open & ~u64(0) << at : 0;
+        }
+        base = at < 64 ? base + 64 : literal & ~63;
+        at = at < 64 ? 0 : literal & 63;
     }
+    if (literal < width) out = AddLiteral<Size>(&packer, values + literal * Size, width - literal, out);
+    *state = packer;
     return out;
-}
-
-// A whole packet's worth may be written and read ahead of what is used, which spares the loops below every test.
-constexpr size_t kPacketRoom = kMostValues + 32;
-
-// Repeats a value of `Size` bytes; writes whole vectors.
-template <i32 Size>
-inline void FillOver(u8* to, const u8* value, size_t bytes) {
-    u8 pattern[Size == 3 ? 48 : 16];
-    for (size_t i = 0; i < sizeof pattern; i += Size) std::memcpy(pattern + i, value, Size);
-    for (size_t i = 0; i < bytes; i += sizeof pattern)
-        for (size_t k = 0; k < sizeof pattern; k += 16) Copy16(to + i + k, pattern + k);
-}
-
-// Whole packets while input and output have room for any: the values written. `out` may be written up to the room
-// kept behind each packet; the input left over holds enough values to write that part again.
-template <i32 Size>
-size_t UnpackWholePackets(const u8** in, const u8* end, u8* out, size_t want) {
-    const u8* from = *in;
-    size_t done = 0;
-    while (want - done >= kPacketRoom && size_t(end - from) >= 1 + kPacketRoom * Size + 128) {
-        u32 control = *from++;
-        size_t bytes = size_t((control & 127) + 1) * Size;
-        u8* to = out + done * Size;
-        if (control & 128) {
-            CopyOver(to, from, bytes);
-            from += bytes;
-        } else {
-            FillOver<Size>(to, from, bytes);
-            from += Size;
-        }
-        done += (control & 127) + 1;
-    }
-    *in = from;
-    return done;
-}
-
-// What is at hand of the packet that is open, up to `want` values.
-template <i32 Size>
-size_t UnpackOpenPacket(RunUnpacker* unpacker, const u8** in, const u8* end, u8* out, size_t want) {
-    size_t count = size_t(unpacker->count) < want ? size_t(unpacker->count) : want;
-    if (unpacker->run) {
-        for (size_t i = 0; i < count; ++i) std::memcpy(out + i * Size, unpacker->value, Size);
-    } else {
-        size_t there = size_t(end - *in) / Size;
-        if (there < count) count = there;
-        std::memcpy(out, *in, count * Size);
-        *in += count * Size;
-    }
-    unpacker->count -= i32(count);
-    return count;
-}
-
-// Opens the next packet; false when the input does not hold its control byte and first value.
-template <i32 Size>
-bool OpenPacket(RunUnpacker* unpacker, const u8** in, const u8* end) {
-    if (end - *in < 1 + Size) return false;
-    u32 control = *(*in)++;
-    unpacker->count = i32(control & 127) + 1;
-    unpacker->run = control < 128;
-    if (!unpacker->run) return true;
-    std::memcpy(unpacker->value, *in, Size);
-    *in += Size;
-    return true;
-}
-
-template <i32 Size>
-size_t Unpack(RunUnpacker* unpacker, const u8** in, const u8* end, u8* out, size_t want) {
-    size_t done = 0;
-    while (done < want) {
-        if (unpacker->count == 0) {
-            done += UnpackWholePackets<Size>(in, end, out + done * Size, want - done);
-            if (done == want || !OpenPacket<Size>(unpacker, in, end)) break;
-        }
-        size_t got = UnpackOpenPacket<Size>(unpacker, in, end, out + done * Size, want - done);
-        if (got == 0) break;
-        done += got;
-    }
-    return done;
 }
 
 }   // namespace
@@ -311,15 +229,6 @@ u8* PackTriples(RunPacker* packer, const u8* values, i32 width, const EqualBits*
 
 u8* PackQuads(RunPacker* packer, const u8* values, i32 width, const EqualBits* equal, u8* out) {
     return PackRow<4>(packer, values, width, equal->words, equal->words, out);
-}
-
-size_t UnpackRuns(RunUnpacker* unpacker, i32 size, const u8** in, const u8* end, u8* out, size_t want) {
-    switch (size) {
-    case 1: return Unpack<1>(unpacker, in, end, out, want);
-    case 2: return Unpack<2>(unpacker, in, end, out, want);
-    case 3: return Unpack<3>(unpacker, in, end, out, want);
-    default: return Unpack<4>(unpacker, in, end, out, want);
-    }
 }
 
 }   // namespace kq

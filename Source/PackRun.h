@@ -53,6 +53,13 @@ struct RunUnpacker {
 // Unpacks up to `want` values of `size` bytes (1 to 4) from `*in`, which moves behind what was used, to `out`. Returns
 // the values written, fewer when the input up to `end` does not hold more. Bytes behind the values written are left
 // alone, bytes behind the `want` values too.
-size_t UnpackRuns(RunUnpacker* unpacker, i32 size, const u8** in, const u8* end, u8* out, size_t want);
+size_t UnpackRuns(RunUnpacker* unpacker, i32 size, const u8** in, const u8* end, u8* out, size_t want,
+                  Simd level = BestSimd());
+
+// The same to opaque pixels: of single bytes as greys, of triples as red, green, blue.
+size_t UnpackGreyPixels(RunUnpacker* unpacker, const u8** in, const u8* end, u8* pixels, size_t want,
+                        Simd level = BestSimd());
+size_t UnpackTriplePixels(RunUnpacker* unpacker, const u8** in, const u8* end, u8* pixels, size_t want,
+                          Simd level = BestSimd());
 
 }   // namespace kq

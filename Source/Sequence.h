@@ -9,6 +9,9 @@ namespace kq {
 // Room for the name of one file in sequence form; longer names than hosts allow are passed over.
 inline constexpr size_t kSequenceNameBytes = 1024;
 
+// Room for the path of a frame while its file is looked for; with longer paths no host finds any.
+inline constexpr size_t kSequencePathBytes = 8192;
+
 // The digits that stand for the number in a bare file name.
 struct DigitRun {
     size_t at, length;   // length 0: the name has no digit

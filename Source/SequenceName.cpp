@@ -148,21 +148,18 @@ int SequenceNumber_to_Name(char* name, i32 number, i32 skip) {
 }
 
 int SequenceNumber_to_Name_Validate(char* name, i32 number) {
-    char* bare = BareName(name);
-    i32 digits = Sequence_Digits(bare);
-    size_t size = std::strlen(bare) + 1;
-    char form[kq::kSequenceNameBytes];
-    if (digits < 1 || size > sizeof form) return 0;
-    std::memcpy(form, bare, size);
+    i32 digits = Sequence_Digits(BareName(name));
+    size_t size = std::strlen(name) + 1;
+    char tried[kq::kSequencePathBytes];
+    if (digits < 1 || size > sizeof tried) return 0;
     u32 error = KQEnv->Error;
     for (i32 skip = 0; skip < digits; ++skip) {
-        if (!SequenceNumber_to_Name(bare, number, skip)) break;
-        if (FileExistsKQ(name)) {
-            KQEnv->Error = error;   // widths that do not exist are no failure
-            return 1;
-        }
-        std::memcpy(bare, form, size);
+        std::memcpy(tried, name, size);
+        if (!SequenceNumber_to_Name(tried, number, skip)) return 0;
+        if (!FileExistsKQ(tried)) continue;
+        KQEnv->Error = error;   // widths that do not exist are no failure
+        std::memcpy(name, tried, std::strlen(tried) + 1);
+        return 1;
     }
-    std::memcpy(bare, form, size);
     return 0;
 }

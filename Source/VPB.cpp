@@ -19,6 +19,7 @@ namespace {
 constexpr i64 kHeaderSize = 1024;
 constexpr i64 kPictureSize = 20;   // of the picture record's value
 constexpr i32 kChunkRows = 32;
+constexpr i32 kLeastChunkRows = 2;   // on writing
 constexpr char kBanner[] = "KQLib Quantel VPB picture, 4:2:2  ";
 static_assert(sizeof kBanner == 34 + 1);
 
@@ -202,12 +203,12 @@ void MakeHeader(const KQClip* clip, const KQBitmap* bitmap, u8* header) {
 }
 
 // Converts and writes the bands' rows; an odd row's last pair is half a pair.
-i32 WriteRows(KQFileInfo* file, kq::WriteBands* bands, i32 width, u8* buffer) {
+i32 WriteRows(KQFileInfo* file, kq::WriteBands* bands, i32 width) {
     while (kq::NextBand(bands)) {
         const KQBitmap& band = bands->band;
         for (i32 y = 0; y < band.height; ++y)
-            kq::PixelsToYuv422(band.data + i64(y) * band.rowBytes, width, buffer + i64(y) * width * 2);
-        if (!WriteFileKQ(file, buffer, size_t(band.height) * size_t(width) * 2)) return 0;
+            kq::PixelsToYuv422(bands->rows + i64(y) * band.rowBytes, width, bands->out + i64(y) * width * 2);
+        if (!WriteFileKQ(file, bands->out, size_t(band.height) * size_t(width) * 2)) return 0;
     }
     return 1;
 }
@@ -215,10 +216,12 @@ i32 WriteRows(KQFileInfo* file, kq::WriteBands* bands, i32 width, u8* buffer) {
 i32 WritePixels(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
     kq::WriteBands bands;
     if (bitmap->width == 0 || bitmap->height == 0) return 1;
-    if (!kq::BeginBands(&bands, clip, bitmap, bitmap->rowBytes * kChunkRows)) return 0;
-    u8* buffer = static_cast<u8*>(KQ_ALLOC(size_t(bands.mostRows) * size_t(bitmap->width) * 2, 0));
-    i32 written = buffer && WriteRows(file, &bands, bitmap->width, buffer);
-    KQ_FREE(buffer);
+    const kq::BandNeeds needs = {.bytes = bitmap->rowBytes * kChunkRows,
+                                 .leastRows = kLeastChunkRows,
+                                 .alphaIsUsed = false,
+                                 .outRow = size_t(bitmap->width) * 2};
+    if (!kq::BeginBands(&bands, clip, bitmap, needs)) return 0;
+    i32 written = WriteRows(file, &bands, bitmap->width);
     kq::EndBands(&bands);
     return written;
 }

@@ -3,6 +3,8 @@
 #define KQ_MODULE "Source/WriteBands"
 #include "Source/WriteBands.h"
 
+#include <algorithm>
+
 #include "Source/Alloc.h"
 #include "kq/environment.h"
 #include "kq/frames.h"
@@ -16,22 +18,32 @@ void SetRows(KQBitmap* bitmap, i32 rows) {
     bitmap->dataSize = bitmap->rowBytes * rows;
 }
 
+// Whether a file holds the frame's pixels unchanged, as far as the format looks at them.
+bool IsStoredAsItIs(const WriteBands* bands) {
+    const KQClip* clip = bands->clip;
+    if (clip->alphaPremultiplied) return false;
+    if (clip->alphaMode == 0) return !bands->alphaIsUsed;
+    return clip->alphaMode == 2 && (clip->alphaInvert <= 0 || !bands->alphaIsUsed);
+}
+
 }   // namespace
 
-bool BeginBands(WriteBands* bands, KQClip* clip, const KQBitmap* frame, i32 bytes) {
-    *bands = {clip, *frame, *frame, 0};
+bool BeginBands(WriteBands* bands, KQClip* clip, const KQBitmap* frame, const BandNeeds& needs) {
+    *bands = {clip, *frame, *frame, nullptr, nullptr, 0, needs.alphaIsUsed};
     bands->band.data = nullptr;
     if (frame->depth != 32 || frame->nativeFlag) {
         KQEnv->Error = KQERR_BADDATA;
         return false;
     }
-    i32 rows = frame->rowBytes > 0 ? bytes / frame->rowBytes : 1;
-    if (rows > frame->height) rows = frame->height;
-    if (rows < 1) rows = 1;
-    while (!bands->band.data && rows > 0) {
+    i32 least = std::max(1, std::min(needs.leastRows, frame->height));
+    i32 rows = frame->rowBytes > 0 ? needs.bytes / frame->rowBytes : 1;
+    rows = std::max(least, std::min(rows, frame->height));
+    for (; !bands->band.data && rows >= least; rows -= 1 + rows / 64) {
         bands->mostRows = rows;
-        bands->band.data = static_cast<u8*>(KQ_ALLOC(size_t(rows) * size_t(frame->rowBytes) + kBandSlack, 0));
-        rows -= 1 + rows / 8;
+        size_t band = size_t(rows) * size_t(frame->rowBytes) + kBandSlack;
+        size_t block = band + needs.outFixed + size_t(rows) * needs.outRow;
+        bands->band.data = static_cast<u8*>(KQ_ALLOC(block, 0));
+        bands->out = bands->band.data + band;
     }
     return bands->band.data != nullptr;
 }
@@ -42,7 +54,12 @@ bool NextBand(WriteBands* bands) {
     i32 rows = left < bands->mostRows ? left : bands->mostRows;
     SetRows(&bands->source, rows);
     SetRows(&bands->band, rows);
-    Interpret_Alpha(bands->clip, &bands->source, &bands->band, nullptr);
+    bands->rows = bands->source.data;
+    i64 behind = i64(left - rows) * bands->source.rowBytes;
+    if (behind < kBandSlack || !IsStoredAsItIs(bands)) {
+        Interpret_Alpha(bands->clip, &bands->source, &bands->band, nullptr);
+        bands->rows = bands->band.data;
+    }
     bands->source.data += bands->source.dataSize;
     SetRows(&bands->source, left - rows);
     return true;

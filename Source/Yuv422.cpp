@@ -57,8 +57,11 @@ KQ_TARGET_AVX2 __m256i RoundedPart(__m256i chroma, i32 factor) {
     return _mm256_add_epi16(_mm256_mulhi_epi16(chroma, by), _mm256_srli_epi16(_mm256_mullo_epi16(chroma, by), 15));
 }
 
-KQ_TARGET_AVX2 __m256i Clamp(__m256i channel) {
-    return _mm256_min_epi16(_mm256_max_epi16(channel, _mm256_setzero_si256()), _mm256_set1_epi16(255));
+// Two channels of words, held to bytes, side by side: the first one's byte of each pixel in front.
+KQ_TARGET_AVX2 __m256i Beside(__m256i first, __m256i second) {
+    const __m256i places =
+        _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 8, 1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15));
+    return _mm256_shuffle_epi8(_mm256_packus_epi16(first, second), places);
 }
 
 // Sixteen pixels; `own` holds their chroma and `before` that of the pixels one to the left.
@@ -69,11 +72,10 @@ KQ_TARGET_AVX2 void StoreSixteen(__m256i own, __m256i before, __m256i light, u8*
     __m256i odd = _mm256_madd_epi16(own, _mm256_set1_epi32(Factors(kGreenCb, kGreenCr)));
     even = _mm256_srli_epi32(_mm256_add_epi32(even, round), 16);
     __m256i green = _mm256_blend_epi16(even, _mm256_add_epi32(odd, round), 0xAA);
-    green = Clamp(_mm256_add_epi16(light, _mm256_sub_epi16(green, cr)));
-    __m256i red = Clamp(_mm256_add_epi16(_mm256_add_epi16(light, cr), RoundedPart(cr, kRed)));
+    green = _mm256_add_epi16(light, _mm256_sub_epi16(green, cr));
+    __m256i red = _mm256_add_epi16(_mm256_add_epi16(light, cr), RoundedPart(cr, kRed));
     __m256i blue = _mm256_add_epi16(_mm256_add_epi16(light, _mm256_add_epi16(cb, cb)), RoundedPart(cb, kBlue));
-    __m256i front = _mm256_or_si256(_mm256_slli_epi16(red, 8), _mm256_set1_epi16(255));
-    __m256i back = _mm256_or_si256(_mm256_slli_epi16(Clamp(blue), 8), green);
+    __m256i front = Beside(_mm256_set1_epi16(255), red), back = Beside(green, blue);
     __m256i low = _mm256_unpacklo_epi16(front, back), high = _mm256_unpackhi_epi16(front, back);
     __m256i* to = reinterpret_cast<__m256i*>(pixels);
     _mm256_storeu_si256(to, _mm256_permute2x128_si256(low, high, 0x20));
@@ -122,9 +124,20 @@ KQ_TARGET_AVX512 __m512i RoundedPart(__m512i chroma, i32 factor) {
     return _mm512_add_epi16(_mm512_mulhi_epi16(chroma, by), _mm512_srli_epi16(_mm512_mullo_epi16(chroma, by), 15));
 }
 
-KQ_TARGET_AVX512 __m512i Clamp(__m512i channel) {
-    return _mm512_min_epi16(_mm512_max_epi16(channel, _mm512_setzero_si512()), _mm512_set1_epi16(255));
-}
+// Where the bytes of sixteen pixels from `first` on lie in two vectors of packed channels: alpha and red, green and
+// blue, eight of each in turn.
+struct PixelPlaces {
+    alignas(64) u8 bytes[64];
+
+    constexpr explicit PixelPlaces(int first) : bytes() {
+        for (int i = 0; i < 64; ++i) {
+            int pixel = first + i / 4, channel = i % 4;
+            bytes[i] = u8(channel / 2 * 64 + pixel / 8 * 16 + channel % 2 * 8 + pixel % 8);
+        }
+    }
+};
+
+constexpr PixelPlaces kFirstPixels(0), kLastPixels(16);
 
 KQ_TARGET_AVX512 void StoreThirtyTwo(__m512i own, __m512i before, __m512i light, u8* pixels) {
     constexpr __mmask32 kOdd = 0xAAAAAAAA;
@@ -134,16 +147,14 @@ KQ_TARGET_AVX512 void StoreThirtyTwo(__m512i own, __m512i before, __m512i light,
     __m512i odd = _mm512_madd_epi16(own, _mm512_set1_epi32(Factors(kGreenCb, kGreenCr)));
     even = _mm512_srli_epi32(_mm512_add_epi32(even, round), 16);
     __m512i green = _mm512_mask_blend_epi16(kOdd, even, _mm512_add_epi32(odd, round));
-    green = Clamp(_mm512_add_epi16(light, _mm512_sub_epi16(green, cr)));
-    __m512i red = Clamp(_mm512_add_epi16(_mm512_add_epi16(light, cr), RoundedPart(cr, kRed)));
+    green = _mm512_add_epi16(light, _mm512_sub_epi16(green, cr));
+    __m512i red = _mm512_add_epi16(_mm512_add_epi16(light, cr), RoundedPart(cr, kRed));
     __m512i blue = _mm512_add_epi16(_mm512_add_epi16(light, _mm512_add_epi16(cb, cb)), RoundedPart(cb, kBlue));
-    __m512i front = _mm512_or_si512(_mm512_slli_epi16(red, 8), _mm512_set1_epi16(255));
-    __m512i back = _mm512_or_si512(_mm512_slli_epi16(Clamp(blue), 8), green);
-    __m512i low = _mm512_unpacklo_epi16(front, back), high = _mm512_unpackhi_epi16(front, back);
-    const __m512i first = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11),
-                  second = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
-    _mm512_storeu_si512(pixels, _mm512_permutex2var_epi64(low, first, high));
-    _mm512_storeu_si512(pixels + 64, _mm512_permutex2var_epi64(low, second, high));
+    // Packing holds the channels to bytes.
+    __m512i front = _mm512_packus_epi16(_mm512_set1_epi16(255), red), back = _mm512_packus_epi16(green, blue);
+    const __m512i first = _mm512_load_si512(kFirstPixels.bytes), last = _mm512_load_si512(kLastPixels.bytes);
+    _mm512_storeu_si512(pixels, _mm512_permutex2var_epi8(front, first, back));
+    _mm512_storeu_si512(pixels + 64, _mm512_permutex2var_epi8(front, last, back));
 }
 
 KQ_TARGET_AVX512 void ToPixelsAvx512(const u8* pairs, i32 width, u8* pixels) {

@@ -35,6 +35,17 @@ void RoundTrip(const std::string& name) {
     Must(std::strcmp(sequence.c_str(), name.c_str()) == 0, "the name comes back");
 }
 
+// Looks for the file of a frame below a folder that is not there: nothing is found, and the name stays as it was, in a
+// block of exactly its size.
+void Validate(const std::string& name, i32 number) {
+    std::string path = "kqfuzz-none/" + name;
+    char* block = static_cast<char*>(std::malloc(path.size() + 1));
+    std::memcpy(block, path.c_str(), path.size() + 1);
+    Must(!SequenceNumber_to_Name_Validate(block, number), "no file is found where there is no folder");
+    Must(path == block, "a name whose file is not found stays");
+    std::free(block);
+}
+
 void Scan(const std::string& name) {
     kq::SequenceScan scan("shot[##].tga");
     scan.Add(name.c_str());
@@ -63,6 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const u8* data, size_t size) {
     std::free(name);
     Is_Sequence(text.c_str());
     Sequence_Digits(text.c_str());
+    Validate(text, number);
     RoundTrip(text);
     Scan(text);
     return 0;

@@ -33,8 +33,8 @@ int ModifyFrameKQ(KQClip* clip, const KQBitmap* bitmap, const KQTimeValue* time,
 
 // Writes `bitmap` through the clip's module as the frame at `time` (null: 0), at the end of the file for most formats;
 // a clip of a format that holds one frame a file is written as a sequence. The clip's alpha settings are applied by the
-// module. Non-zero on success; 0 for a clip whose module does not write, and when the module fails (`Error` 17 unless
-// it left a code of its own).
+// module. The result is that of the module: non-zero on success; 0 when it fails (`Error` 17 unless it left a code of
+// its own), and for a clip whose module does not write.
 KQ_API int AddFrameKQ(KQClip* clip, KQBitmap* bitmap, const KQTimeValue* time, const KQTimeValue* duration,
                       TagItem* tags);
 

@@ -204,6 +204,42 @@ TEST_F(ClipOptions, WithoutMemoryForTheDefaultsTheDialogIsNotShown) {
     EXPECT_EQ(module->defaultOptions->data[0], 'x');
 }
 
+TEST_F(ClipOptions, EveryAllocationOfTheDialogMayFailAndTheDefaultsStayWhole) {
+    KQFormatDesc* module = RegisterRecording("rec");
+    clip->format = module;
+    recording.options = [](KQClip* c) { GiveOptions(c, 'x'); };
+    ClipOptionsKQ(clip);
+    recording.options = [](KQClip* c) { c->options->data[0] = 'y'; };
+    kqtest::FailEveryAllocation([&] {
+        KQClip* next = NewClipKQ();
+        if (!next) return;
+        next->format = module;
+        module->defaultOptions->data[0] = 'x';
+        ClipOptionsKQ(next);
+        EXPECT_EQ(module->defaultOptions->length, 1u);
+        if (!next->options) {
+            EXPECT_EQ(module->defaultOptions->data[0], 'x') << "no dialog, no choice";
+        }
+        FreeClipKQ(next);
+    });
+    EXPECT_EQ(module->defaultOptions->data[0], 'y');
+}
+
+TEST_F(ClipOptions, WithoutMemoryForTheChoiceTheOldDefaultsStay) {
+    KQFormatDesc* module = RegisterRecording("rec");
+    clip->format = module;
+    recording.options = [](KQClip* c) { GiveOptions(c, 'x'); };
+    ClipOptionsKQ(clip);
+    KQClipOptions* kept = module->defaultOptions;
+    recording.options = [](KQClip* c) { c->options->data[0] = 'y'; };
+    kq::allocationFaults.Set(1, true);   // the copy back
+    ClipOptionsKQ(clip);
+    EXPECT_EQ(kq::allocationFaults.failures, 1);
+    EXPECT_EQ(module->defaultOptions, kept);
+    EXPECT_EQ(kept->data[0], 'x');
+    EXPECT_EQ(clip->options->data[0], 'y');
+}
+
 TEST_F(ClipOptions, DefaultNameHasTheFirstExtension) {
     clip->format = RegisterRecording("rec");
     char name[64];

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "Source/Startup.h"
-#include "kq/filespec.h"
 #include "kq/files.h"
+#include "kq/filespec.h"
 #include "kq/frames.h"
 #include "support/Fixture.h"
 #include "support/RecordingModule.h"
@@ -254,8 +254,8 @@ TEST_F(Clip, SourceWithTrack0Fails) {
 TEST_F(Clip, VideoSizesHaveTheirPixelAspect) {
     RegisterRecording("rec");
     recording.width = 720;
-    for (auto [height, bits] : {std::pair<i32, u64>{486, 0x3FECCCCCCCCCCCCD}, {576, 0x3FF1111111111111},
-                                {480, 0x3FF0000000000000}}) {
+    for (auto [height, bits] :
+         {std::pair<i32, u64>{486, 0x3FECCCCCCCCCCCCD}, {576, 0x3FF1111111111111}, {480, 0x3FF0000000000000}}) {
         recording.height = height;
         KQClip* clip = Open("a.rec");
         u64 found;
@@ -697,6 +697,102 @@ TEST_F(Clip, EveryAllocationOfCloningMayFail) {
     KQClip* source = FullClip(nullptr);
     kqtest::FailEveryAllocation([&] { FreeClipKQ(CloneClipKQ(source, nullptr)); });
     FreeClipKQ(source);
+}
+
+// A clip of the module by its name in the registry, to be written as a file of that extension.
+KQClip* WriterOf(const char* name, const std::string& path) {
+    KQClip* clip = NewClipKQ();
+    clip->format = reinterpret_cast<KQFormatDesc*>(Find_Name(&KQEnv->formatModules, name));
+    clip->fileSpec = CopyFileSpecKQ(path.c_str());
+    clip->width = 4, clip->height = 3, clip->alphaMode = 2, clip->alphaPremultiplied = 0;
+    clip->frameRate = clip->sourceRate = 25;
+    return clip;
+}
+
+// Closes the clip and makes it as new, to be created again.
+void Discard(KQClip* clip) {
+    CloseClipKQ(clip);
+    clip->flags &= ~KQCLIP_WRITING;
+    FreeMemoryKQ(clip->options);
+    clip->options = nullptr;
+}
+
+constexpr struct {
+    const char *module, *file;
+} kWriters[] = {{"Filmstrip", "c.flm"}, {"ElectricImage", "c.ei"}, {"Quantel VPB", "c.vpb"}, {"", "ram"}};
+
+TEST_F(Clip, EveryAllocationOfCreatingMayFail) {
+    InitFormatModulesKQ(nullptr);
+    KQBitmap* bitmap = AllocBitmapKQ(4, 3, 32);
+    for (auto& writer : kWriters) {
+        KQClip* clip = WriterOf(writer.module, Folder() + writer.file);
+        ASSERT_NE(clip->format, nullptr) << writer.module;
+        kqtest::FailEveryAllocation([&] {
+            if (CreateClipKQ(clip, 0)) {
+                EXPECT_TRUE(clip->flags & KQCLIP_OPEN);
+                AddFrameKQ(clip, bitmap, nullptr, nullptr, nullptr);
+            } else {
+                EXPECT_EQ(GetErrorKQ(), KQERR_MODULE) << writer.module;
+                EXPECT_FALSE(clip->flags & KQCLIP_OPEN);
+            }
+            Discard(clip);
+        });
+        EXPECT_TRUE(CreateClipKQ(clip, 0)) << writer.module;
+        End(clip);
+    }
+    FreeBitmapKQ(bitmap);
+}
+
+TEST_F(Clip, EveryFileCallOfCreatingMayFail) {
+    InitFormatModulesKQ(nullptr);
+    for (auto& writer : kWriters) {
+        KQClip* clip = WriterOf(writer.module, Folder() + writer.file);
+        ASSERT_NE(clip->format, nullptr) << writer.module;
+        kqtest::FailEveryFileCall([&] {
+            if (!CreateClipKQ(clip, 0)) {
+                EXPECT_EQ(GetErrorKQ(), KQERR_MODULE) << writer.module;
+            }
+            Discard(clip);
+        });
+        EXPECT_TRUE(CreateClipKQ(clip, 0)) << writer.module;
+        End(clip);
+    }
+}
+
+TEST_F(Clip, EveryAllocationOfOpeningATrackOfAClipMayFail) {
+    RegisterRecording("rec");
+    recording.depth = 32;
+    recording.tracks = {Track(2, 1, 32)};
+    KQClip* source = Open("a.rec");
+    kqtest::FailEveryAllocation([&] {
+        KQClip* clip = OpenClipKQ("", KQTAG_CLIP_SOURCE, source, KQTAG_CLIP_TRACK, 1, 0);
+        EXPECT_TRUE(clip || GetErrorKQ() == KQERR_NOMEM);
+        End(clip);
+    });
+    End(source);
+}
+
+TEST_F(Clip, EveryFileCallOfOpeningATrackOfAClipMayFail) {
+    InitFormatModulesKQ(nullptr);
+    KQClip* writer = WriterOf("ElectricImage", Folder() + "t.ei");
+    KQBitmap* bitmap = AllocBitmapKQ(4, 3, 32);
+    ASSERT_TRUE(CreateClipKQ(writer, 0));
+    ASSERT_TRUE(AddFrameKQ(writer, bitmap, nullptr, nullptr, nullptr));
+    End(writer);
+    FreeBitmapKQ(bitmap);
+    KQClip* source = OpenClipKQ((Folder() + "t.ei").c_str(), nullptr);
+    ASSERT_NE(source, nullptr);
+    auto track = static_cast<KQClipTrack*>(AllocMemoryKQ(sizeof(KQClipTrack), KQMEM_Clear));
+    *track = Track(4, 3, 32);
+    AddTail(&source->tracks, &track->node);
+    kqtest::FailEveryFileCall([&] {
+        // The guess at its alpha opens the file for the clone; that it fails costs the guess alone.
+        KQClip* clip = OpenClipKQ("", KQTAG_CLIP_SOURCE, source, KQTAG_CLIP_TRACK, 1, 0);
+        ASSERT_NE(clip, nullptr);
+        EXPECT_EQ(clip->track, 1);
+        End(clip);
+    });
+    End(source);
 }
 
 }   // namespace

@@ -162,6 +162,16 @@ TEST_F(ElectricImage, ASingleFrameLeavesTheRateWhateverItsTime) {
     EXPECT_EQ(clip->sourceRate, 30.0);
 }
 
+TEST_F(ElectricImage, AnInfiniteTimeLeavesTheRate) {
+    for (auto [before, last] : {std::pair{0.0, HUGE_VAL}, {HUGE_VAL, HUGE_VAL}, {HUGE_VAL, 1.0}}) {
+        clip->sourceRate = 12.5;
+        Write(FileOf({{.time = before}, {.time = last}}));
+        ASSERT_TRUE(Open());
+        EXPECT_EQ(clip->sourceRate, 12.5) << before << " to " << last;
+        Close();
+    }
+}
+
 TEST_F(ElectricImage, TimesAreDecodedByHand) {
     EXPECT_EQ(kq::EIDITime(0), 0.0);
     EXPECT_EQ(kq::EIDITime(0x80000000), 0.0);
@@ -410,26 +420,45 @@ TEST_F(ElectricImage, CutAtEveryByteItGivesThePixelsThatAreThere) {
 }
 
 TEST_F(ElectricImage, EveryHeaderFieldAtItsLimitsIsTakenOrRefusedCleanly) {
-    const Bytes good =
-        FileOf({{.width = 8, .height = 4, .depth = 8, .packed = 1, .colours = 256, .data = Bytes(64, 3)},
-                {.width = 8, .height = 4, .depth = 8, .packed = 1, .colours = 256, .data = Bytes(64, 3)}});
-    const std::pair<size_t, size_t> fields[] = {{0, 2},  {2, 4},  {6, 4},  {10, 2}, {12, 2}, {14, 2},
-                                                {16, 2}, {18, 1}, {19, 1}, {20, 2}, {22, 2}, {24, 2},
-                                                {26, 2}, {28, 1}, {29, 1}, {30, 4}, {34, 2}, {36, 2}};
+    const Record record = {.width = 8, .height = 4, .depth = 8, .packed = 1, .colours = 256, .data = Bytes(64, 3)};
+    const Bytes good = FileOf({record, record});
+    const size_t second = 6 + record.Make().size();
+    std::vector<std::pair<size_t, size_t>> fields = {{0, 2}, {2, 4}};
+    for (size_t start : {size_t(6), second})
+        for (auto [at, size] : std::initializer_list<std::pair<size_t, size_t>>{{0, 4},
+                                                                                {4, 2},
+                                                                                {6, 2},
+                                                                                {8, 2},
+                                                                                {10, 2},
+                                                                                {12, 1},
+                                                                                {13, 1},
+                                                                                {14, 2},
+                                                                                {16, 2},
+                                                                                {18, 2},
+                                                                                {20, 2},
+                                                                                {22, 1},
+                                                                                {23, 1},
+                                                                                {24, 4},
+                                                                                {28, 2},
+                                                                                {30, 2}})
+            fields.emplace_back(start + at, size);
     for (auto [at, size] : fields)
-        for (u32 value : {0u, 1u, 0xFFFFFFFFu, 0xFFFFFFFEu, 0x80000000u, 0x7FFFFFFFu}) {
+        for (u32 value : FieldLimits(size)) {
+            SCOPED_TRACE(testing::Message() << "field at " << at << " is " << value);
             Bytes bytes = good;
-            for (size_t i = 0; i < size; ++i) bytes[at + i] = u8(value >> (24 - 8 * i));
-            if (size < 4 && value >= 0xFFFFFFFE) bytes[at + size - 1] = u8(value);
+            PatchField(bytes, at, size, value);
             Write(bytes);
             if (!Open()) {
                 ASSERT_EQ(clip->moduleData, nullptr);
+                ASSERT_LT(at, second) << "a later frame does not refuse the file";
                 continue;
             }
             ASSERT_GT(clip->width, 0);
             ASSERT_GT(clip->height, 0);
             ASSERT_LE(i64(clip->width) * clip->height, i64(1) << 24);
-            for (i32 frame : {0, 1, 2, 0x7FFFFFFE, -1}) Frame(frame);
+            ASSERT_TRUE(std::isfinite(clip->sourceRate));
+            if (i64(clip->width) * clip->height <= 1 << 16)
+                for (i32 frame : {0, 1, 2, 0x7FFFFFFE, -1}) Frame(frame);
             Close();
         }
 }
@@ -521,6 +550,34 @@ TEST_F(ElectricImage, WithoutAnyMemoryTheFrameIsBackgroundAndFails) {
     kq::allocationFaults.Clear();
     EXPECT_EQ(Bytes(small->data, small->data + 16), Repeat({0xFF, 0x11, 0x22, 0x33}, 4));
     FreeBitmapKQ(small);
+}
+
+// Bands of fewer rows, down to one, hold the same frame.
+TEST_F(ElectricImage, WithLessMemoryAFrameReadsTheSame) {
+    for (i32 mode : {0, 1, 2})
+        for (u32 pack : {0u, 1u}) {
+            clip->alphaMode = mode;
+            SetPacking(pack);
+            ASSERT_TRUE(Create(500, 60));
+            ASSERT_TRUE(Add(RandomPixels(500, 60, true), 0));
+            Close();
+            ASSERT_TRUE(Reopen());
+            const Bytes whole = Frame(0);
+            small = AllocBitmapKQ(500, 60, 32);
+            i64 failures = 1;
+            for (; failures < 100; ++failures) {
+                std::memset(small->data, 0xA5, size_t(small->dataSize));
+                kq::allocationFaults.SetSpan(1, failures);
+                i32 got = module->GetFrame(clip, small, 0, nullptr, 500, 60, 0);
+                kq::allocationFaults.Clear();
+                if (!got) break;
+                EXPECT_EQ(Bytes(small->data, small->data + small->dataSize), whole) << mode << pack << failures;
+            }
+            FreeBitmapKQ(small);
+            bool shrinks = mode != 2 || pack;
+            EXPECT_EQ(failures > 2, shrinks) << "mode " << mode << ", packed " << pack;
+            EXPECT_LT(failures, 100);
+        }
 }
 
 TEST_F(ElectricImage, FramesBehind4GBAreReadFromASparseFile) {
@@ -726,6 +783,54 @@ TEST_F(ElectricImage, EveryFailedAllocationAndFileCallOfWritingIsCopedWith) {
     FreeBitmapKQ(small);
 }
 
+TEST_F(ElectricImage, WithLessMemoryAFrameIsWrittenTheSame) {
+    Bytes pixels = RandomPixels(400, 60, true);
+    for (i32 mode : {0, 1, 2}) {
+        clip->alphaMode = mode;
+        const Bytes whole = WrittenShortOfMemory(pixels, 400, 60, 0, 0);
+        ASSERT_FALSE(whole.empty());
+        i64 failures = 1;
+        for (; failures < 200; ++failures) {
+            Bytes bytes = WrittenShortOfMemory(pixels, 400, 60, 0, failures);
+            if (bytes.empty()) break;
+            ASSERT_EQ(bytes, whole) << "mode " << mode << ", " << failures << " failures";
+        }
+        EXPECT_GT(failures, 30) << "40 rows fit at first";
+        EXPECT_LT(failures, 200);
+        EXPECT_EQ(clip->sourceFrames, 0);
+    }
+}
+
+TEST_F(ElectricImage, SizesThatNoReaderWouldTakeAreNotWritten) {
+    ASSERT_TRUE(Create(4, 4));
+    ExpectOversizeRefused();
+    EXPECT_EQ(clip->sourceFrames, 0);
+    Close();
+    EXPECT_EQ(Read(), Bytes(6)) << "a file without a frame";
+}
+
+// The writer goes on behind a frame record that claims 4 GB, which lies in the file as a hole.
+TEST_F(ElectricImage, FramesAreWrittenBehind4GB) {
+    Bytes first = RandomPixels(8, 4), second = RandomPixels(8, 4);
+    SetPacking(0);
+    ASSERT_TRUE(Create(8, 4));
+    ASSERT_TRUE(Add(first, 0));
+    auto data = static_cast<kq::EIDIClip*>(clip->moduleData);
+    constexpr i64 kHole = 0xFFFFFF00;
+    data->end = 6 + 35 + kHole;
+    ASSERT_TRUE(Add(second, 1));
+    EXPECT_EQ(data->end, 6 + 35 + kHole + 35 + 128);
+    Close();
+    EXPECT_EQ(i64(std::filesystem::file_size(path)), 6 + 35 + kHole + 35 + 128);
+    Bytes length;
+    kqtest::Put32(length, u32(kHole));
+    WriteAt(6 + 24, length);
+    ASSERT_TRUE(Reopen());
+    EXPECT_EQ(clip->sourceFrames, 2);
+    EXPECT_EQ(Frame(0), first);
+    EXPECT_EQ(Frame(1), second);
+}
+
 TEST_F(ElectricImage, WhateverWriteFailsTheFileHoldsTheFramesThatSucceeded) {
     Bytes good = RandomPixels(20, 20), other = RandomPixels(20, 20);
     for (i64 n = 1; n < 40; ++n) {
@@ -765,4 +870,56 @@ TEST_F(ElectricImage, OnAFullDiskTheFramesThatFitAreAFile) {
     EXPECT_EQ(clip->sourceFrames, 2);
     EXPECT_EQ(Frame(1), pixels);
 }
+
+TEST_F(ElectricImage, OnADiskFullAtTheFirstFrameTheFileHoldsNone) {
+    Bytes pixels = RandomPixels(64, 64);
+    ASSERT_TRUE(Create(64, 64));
+    {
+        kqtest::FileSizeLimit limit(5000);
+        EXPECT_FALSE(Add(pixels, 0));
+        EXPECT_EQ(GetErrorKQ(), u32(KQERR_DISKFULL));
+        EXPECT_EQ(clip->sourceFrames, 0);
+    }
+    EXPECT_TRUE(Add(pixels, 0)) << "there is room again";
+    Close();
+    EXPECT_EQ(GetErrorKQ(), u32(KQERR_NONE));
+    ASSERT_TRUE(Reopen());
+    EXPECT_EQ(clip->sourceFrames, 1);
+    EXPECT_EQ(Frame(0), pixels);
+}
+
+TEST_F(ElectricImage, OnADiskFullAtTheCloseOfNoFrameTheErrorTells) {
+    ASSERT_TRUE(Create(64, 64));
+    {
+        kqtest::FileSizeLimit limit(0);
+        Close();
+        EXPECT_EQ(GetErrorKQ(), u32(KQERR_DISKFULL));
+    }
+    EXPECT_EQ(Read().size(), 0u);
+}
 #endif
+
+// The number of frames lies at the file's start, where there is room whatever the disk says; that the write fails all
+// the same is told, and the frames stay.
+TEST_F(ElectricImage, AFailedWriteAtTheCloseIsToldAndKeepsTheFrames) {
+    Bytes pixels = RandomPixels(8, 8);
+    for (i64 n = 1; n <= 10; ++n) {
+        ASSERT_TRUE(Create(8, 8));
+        ASSERT_TRUE(Add(pixels, 0));
+        FailFileCall(n);
+        Close();
+        bool reached = kq::fileFaults.failures > 0;
+        kq::fileFaults.Clear();
+        if (!reached) {
+            EXPECT_GT(n, 4);
+            EXPECT_EQ(GetErrorKQ(), u32(KQERR_NONE));
+            break;
+        }
+        bool told = GetErrorKQ() != KQERR_NONE;
+        // Of the calls that find the place one only asks for it; the others and the write are told.
+        EXPECT_TRUE(told || n == 4) << n;
+        ASSERT_TRUE(Reopen()) << n;
+        EXPECT_EQ(clip->sourceFrames, 1) << n;
+        EXPECT_EQ(Frame(0), pixels) << n;
+    }
+}

@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "Source/FilmLabel.h"
+#include "Source/Filmstrp.h"
 #include "Source/Startup.h"
 #include "support/FormatTest.h"
 
@@ -198,24 +199,26 @@ TEST_F(Filmstrip, CutAtEveryByteItIsRefused) {
 }
 
 TEST_F(Filmstrip, EveryTrailerFieldAtItsLimitsIsTakenOrRefusedCleanly) {
-    const Bytes good = Film(1, 4, 4, 16, 24);
-    for (size_t field : {0, 4, 8, 10, 12, 14, 16, 18, 20})
-        for (u32 value : {0u, 1u, 0xFFFFFFFFu, 0xFFFFFFFEu, 0x80000000u, 0x7FFFFFFFu}) {
+    const Bytes good = Film(2, 4, 4, 16, 24);
+    for (size_t field : {0, 4, 8, 10, 12, 14, 16, 18, 20, 24, 28, 32}) {
+        size_t size = field < 8 || field >= 20 ? 4 : 2;
+        for (u32 value : FieldLimits(size)) {
+            SCOPED_TRACE(testing::Message() << "field at " << field << " is " << value);
             Bytes bytes = good;
-            size_t at = bytes.size() - kTrailer + field, size = field < 8 ? 4 : 2;
-            for (size_t i = 0; i < size; ++i) bytes[at + i] = u8(value >> (24 - 8 * i));
+            PatchField(bytes, bytes.size() - kTrailer + field, size, value);
             Write(bytes);
             if (!Open()) {
                 EXPECT_EQ(clip->moduleData, nullptr);
+                EXPECT_TRUE(field < 16 && field != 10) << "only the signature, sizes and packing refuse a film";
                 continue;
             }
             EXPECT_GT(clip->width, 0);
             EXPECT_GT(clip->height, 0);
             EXPECT_GE(clip->sourceFrames, 0);
-            Frame(0);
-            Frame(0x7FFFFFFF);
+            for (i32 frame : {0, 1, 2, 0x7FFFFFFF, -1}) Frame(frame);
             Close();
         }
+    }
 }
 
 TEST_F(Filmstrip, AWidthOrHeightOf0IsRefusedAsBadData) {
@@ -332,7 +335,49 @@ TEST_F(Filmstrip, FramesBehind4GBAreReadFromASparseFile) {
     EXPECT_EQ(GetErrorKQ(), u32(KQERR_NONE));
 }
 
-// Writing.
+// Writing. A hole of the file stands for the frames before the 4 GB.
+
+TEST_F(Filmstrip, FramesAreWrittenBehind4GB) {
+    constexpr i32 kWidth = 32767, kHeight = 2;
+    constexpr i64 kFrame = i64(kWidth) * (kHeight + 16) * 4;
+    constexpr i32 kBefore = 1900;   // frames, of 2.3 MB
+    static_assert(kFrame * kBefore > i64(1) << 32);
+    ASSERT_TRUE(Create(kWidth, kHeight));
+    auto film = static_cast<kq::Film*>(clip->moduleData);
+    Bytes first = RandomPixels(kWidth, kHeight), last = RandomPixels(kWidth, kHeight);
+    ASSERT_TRUE(Add(first, 0));
+    ASSERT_EQ(film->end, kFrame);
+    film->end = kFrame * kBefore;
+    clip->sourceFrames = kBefore;
+    ASSERT_TRUE(Add(last, kBefore));
+    Close();
+    EXPECT_EQ(i64(std::filesystem::file_size(path)), kFrame * (kBefore + 1) + i64(kWidth) * 64 + i64(kTrailer));
+    ASSERT_TRUE(Reopen());
+    EXPECT_EQ(clip->sourceFrames, kBefore + 1);
+    EXPECT_EQ(Frame(0), first);
+    EXPECT_EQ(Frame(kBefore), last);
+    EXPECT_EQ(Frame(1), Bytes(size_t(kWidth) * kHeight * 4, 0));
+}
+
+TEST_F(Filmstrip, SizesThatNoReaderWouldTakeAreNotWritten) {
+    ASSERT_TRUE(Create(4, 4));
+    ExpectOversizeRefused();
+    EXPECT_EQ(clip->sourceFrames, 0);
+}
+
+TEST_F(Filmstrip, WithLessMemoryAFrameIsWrittenTheSame) {
+    Bytes pixels = RandomPixels(1000, 40);
+    const Bytes whole = WrittenShortOfMemory(pixels, 1000, 40, 0, 0);
+    ASSERT_FALSE(whole.empty());
+    i64 failures = 1;
+    for (; failures < 100; ++failures) {
+        Bytes bytes = WrittenShortOfMemory(pixels, 1000, 40, 0, failures);
+        if (bytes.empty()) break;
+        ASSERT_EQ(bytes, whole) << failures;
+    }
+    EXPECT_EQ(failures, 32) << "a band of 128 KB has 32 rows";
+    EXPECT_EQ(clip->sourceFrames, 0);
+}
 
 TEST_F(Filmstrip, FramesComeBackAsTheyWereWritten) {
     std::vector<Bytes> pixels = WriteFilm(3, 100, 31);

@@ -38,7 +38,8 @@ std::vector<std::string> RegisteredNames() {
 
 TEST_F(Formats, BuiltInModulesStandInTheirOrder) {
     InitFormatModulesKQ(nullptr);
-    std::vector<std::string> order = {"Video for Windows", "QuickTime", "Filmstrip", "ElectricImage", "Quantel VPB", ""};
+    std::vector<std::string> order = {"Video for Windows", "QuickTime",   "Filmstrip",
+                                      "ElectricImage",     "Quantel VPB", ""};
     std::vector<std::string> names = RegisteredNames();
     size_t at = 0;
     for (auto& name : names) {
@@ -127,7 +128,8 @@ TEST_F(Formats, FreedModulesGiveBackAllTables) {
 }
 
 TEST_F(Formats, EachFileSystemNumberHasItsText) {
-    for (i32 number : {-30900, -30501, -39, -19, -108, -46, -45, -43, -36, -34, -23, -20}) kq::ShowFileSystemError(number);
+    for (i32 number : {-30900, -30501, -39, -19, -108, -46, -45, -43, -36, -34, -23, -20})
+        kq::ShowFileSystemError(number);
     ASSERT_EQ(messages.size(), 12u);
     EXPECT_EQ(messages[0], "Format plugin cannot be used with this program");
     EXPECT_EQ(messages[1], "Error Reading File, Possibly Corrupted");
@@ -168,6 +170,14 @@ TEST_F(Formats, AWrongFileIsRefusedByItsModuleAndNotPassedOn) {
         EXPECT_NE(GetErrorKQ(), KQERR_NONE) << name;
         EXPECT_NE(GetErrorKQ(), KQERR_BADFORMAT) << name;
     }
+}
+
+TEST_F(Formats, ALongerExtensionThanABuiltInOneIsTakenByNobody) {
+    InitFormatModulesKQ(nullptr);
+    EXPECT_EQ(Open("x.flmx"), nullptr);
+    EXPECT_EQ(GetErrorKQ(), KQERR_BADFORMAT);
+    EXPECT_EQ(Open("x.FLM"), nullptr);
+    EXPECT_NE(GetErrorKQ(), KQERR_BADFORMAT) << "its module takes it and refuses what is in it";
 }
 
 }   // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <filesystem>
 #include <random>
 
 #include "support/FrameModule.h"
@@ -367,6 +368,88 @@ TEST_F(GBuff, ScalingOfNullsAndEmptySizesDoesNothing) {
     ScaleGBufferKQ(plane, plane, &far, nullptr);
     ScaleGBufferKQ(plane, plane, nullptr, &far);
     FreeGBufferKQ(plane);
+}
+
+// Sequences.
+
+class GBuffSequence : public GBuff {
+protected:
+    void SetUp() override {
+        GBuff::SetUp();
+        module.properties &= ~u32(KQFORMAT_MULTIFRAME);
+        for (const char* name : {"p0.tst", "p1.tst", "p2.tst"}) kqtest::WriteWholeFile(Folder() + name, "x");
+        clip = Clip();
+        clip->fileSpec = CopyFileSpecKQ((Folder() + "p[#].tst").c_str());
+        clip->sourceFrames = clip->frameCount = 3;
+        kept = clip->fileSpec;
+        module.planes = [](i32, u32, KQGBufferArray* array) {
+            array->planes[0] = AllocGBufferKQ(8, 6, KQGBUFFER_Format4);
+            return array->planes[0] != nullptr;
+        };
+    }
+
+    // Asks for the plane of frame 1 at another size; whether the call said that it has it.
+    bool Try() {
+        KQGBufferArray array = {};
+        KQTimeValue time = FrameTest::At(clip, 1);
+        bool done = GetGBuffersKQ(clip, 1, &array, &time, nullptr, KQTAG_GBUFFER_WIDTH, 4, 0) != 0;
+        FreeGBufferArrayKQ(&array);
+        EXPECT_EQ(clip->fileSpec, kept);
+        return done;
+    }
+
+    KQClip* clip = nullptr;
+    char* kept = nullptr;
+};
+
+TEST_F(GBuffSequence, ModuleGetsTheFileOfTheFrameAndIndex0) {
+    std::string file;
+    module.planes = [&](i32 frame, u32, KQGBufferArray* array) {
+        EXPECT_EQ(frame, 0);
+        file = clip->fileSpec;
+        array->planes[0] = AllocGBufferKQ(8, 6, KQGBUFFER_Format0);
+        return 1;
+    };
+    EXPECT_TRUE(Try());
+    EXPECT_EQ(file, Folder() + "p1.tst");
+}
+
+TEST_F(GBuffSequence, MissingFileGivesZeroWithoutTheModule) {
+    std::filesystem::remove(Folder() + "p1.tst");
+    EXPECT_FALSE(Try());
+    EXPECT_EQ(module.planeCalls, 0);
+}
+
+TEST_F(GBuffSequence, EveryFailedAllocationPutsTheSpecificationBack) {
+    kqtest::FailEveryAllocation([&] { Try(); });
+    EXPECT_TRUE(Try());
+}
+
+TEST_F(GBuffSequence, EveryFailedFileCallPutsTheSpecificationBack) {
+    i64 failed = 0;
+    kqtest::FailEveryFileCall([&] { failed += !Try(); });
+    EXPECT_GT(failed, 0);
+    EXPECT_TRUE(Try());
+}
+
+TEST_F(GBuff, StartTimeShiftsPlanesAndTheirFields) {
+    KQClip* clip = Clip();
+    clip->startTime = {2.0, 1.0};
+    KQGBufferArray array = {};
+    KQTimeValue time = {2.0 * 30.0 + 3, 30.0};
+    EXPECT_EQ(GetGBuffersKQ(clip, 1, &array, &time, nullptr, static_cast<TagItem*>(nullptr)), 1);
+    EXPECT_EQ(lastFrame, 3);
+    FreeGBufferArrayKQ(&array);
+    KQTimeValue before = {2.0 * 30.0 - 1.5, 30.0};
+    EXPECT_EQ(GetGBuffersKQ(clip, 1, &array, &before, nullptr, static_cast<TagItem*>(nullptr)), 0);
+    // Field 1 of frame 3 counts from the start too: it keeps the even rows in order 1.
+    clip->fieldOrder = 1;
+    KQTimeValue field = {2.0 * 60.0 + 7, 60.0}, half = {1.0, 60.0};
+    ASSERT_EQ(GetGBuffersKQ(clip, 1, &array, &field, &half, static_cast<TagItem*>(nullptr)), 1);
+    EXPECT_EQ(lastFrame, 3);
+    EXPECT_EQ(At(array.planes[0], 2, 1), Sample(0, 2, 0));
+    EXPECT_EQ(At(array.planes[0], 2, 0), Sample(0, 2, 0));
+    FreeGBufferArrayKQ(&array);
 }
 
 }   // namespace

@@ -437,4 +437,70 @@ TEST_F(Guess, EveryFailedAllocationLeavesTheClipAsItWas) {
     });
 }
 
+// The guesses ask for times from 0 on, as any caller does, so that a clip that starts later shows its background first.
+
+TEST_F(Guess, PullDownOfAClipThatStartsLaterLooksFromTimeZero) {
+    KQClip* clip = Clip(Telecine(40, 0, true));
+    clip->startTime = {60.0, 30.0};
+    EXPECT_EQ(GuessPullDownKQ(clip), 0) << "all windows lie before the clip and are background";
+    EXPECT_EQ(clip->startTime.value, 60.0);
+    EXPECT_TRUE(module.calls.empty());
+    clip->startTime = {-5.0, 30.0};
+    EXPECT_EQ(GuessPullDownKQ(clip), 1) << "five frames on, the cadence is the same";
+    i32 phase = clip->pullDown;
+    clip->startTime = {0.0, 0.0};
+    clip->pullDown = clip->fieldOrder = 0;
+    clip->frameRate = clip->sourceRate = clip->nativeRate;
+    EXPECT_EQ(GuessPullDownKQ(clip), 1);
+    EXPECT_EQ(clip->pullDown, phase);
+}
+
+TEST_F(Guess, AlphaOfAClipThatStartsLaterSeesTheBackground) {
+    KQClip* clip = Still({0x00000000, 0x80402010, 0xFF804020});
+    clip->startTime = {1.0, 1.0};
+    clip->backgroundColor = 0xFF000000;
+    clip->alphaMode = 2;
+    EXPECT_EQ(GuessAlphaKQ(clip), 1);
+    EXPECT_EQ(clip->alphaMode, 0) << "the background is opaque all over";
+    EXPECT_TRUE(module.calls.empty());
+}
+
+TEST_F(Guess, EveryFailedFileCallLeavesTheClipAsItWas) {
+    std::vector<Frame> frames = Telecine(20, 0, true);
+    KQClip* clip = Clip(frames);
+    module.properties &= ~u32(KQFORMAT_MULTIFRAME);
+    for (i32 i = 0; i < 20; ++i)
+        kqtest::WriteWholeFile(Folder() + "g" + std::to_string(i / 10) + std::to_string(i % 10) + ".tst", "x");
+    clip->fileSpec = CopyFileSpecKQ((Folder() + "g[##].tst").c_str());
+    module.paint = [&](i32, KQBitmap* target) {
+        size_t number = std::stoul(module.calls.back().fileSpec.substr(Folder().size() + 1, 2));
+        std::copy(frames[number].begin(), frames[number].end(), target->data);
+    };
+    char* kept = clip->fileSpec;
+    i64 found = 0, missed = 0;
+    kqtest::FailEveryFileCall([&] {
+        CloseClipKQ(clip);   // the guesses reopen it, by its first file
+        clip->pullDown = clip->fieldOrder = 0;
+        clip->frameRate = clip->sourceRate = clip->nativeRate;
+        clip->frameCount = clip->sourceFrames;
+        i32 mode = clip->alphaMode = 2;
+        clip->alphaPremultiplied = 1;
+        int guessed = GuessPullDownKQ(clip);
+        (guessed ? found : missed)++;
+        EXPECT_EQ(clip->pullDown != 0, guessed != 0);
+        if (!guessed) {
+            EXPECT_EQ(clip->fieldOrder, 0);
+            EXPECT_EQ(clip->frameRate, clip->nativeRate);
+        }
+        if (!GuessAlphaKQ(clip)) {
+            EXPECT_EQ(clip->alphaMode, mode);
+            EXPECT_EQ(clip->alphaPremultiplied, 1);
+        }
+        EXPECT_EQ(clip->flags & (KQCLIP_OPEN | KQCLIP_IO), 0u);
+        EXPECT_EQ(clip->fileSpec, kept);
+    });
+    EXPECT_GT(found, 0);
+    EXPECT_GT(missed, 0);
+}
+
 }   // namespace

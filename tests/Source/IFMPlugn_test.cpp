@@ -2,7 +2,6 @@
 #include <filesystem>
 
 #include "Source/Startup.h"
-#include "kq/filespec.h"
 #include "kq/clip.h"
 #include "kq/enumerate.h"
 #include "kq/filespec.h"
@@ -10,8 +9,8 @@
 #include "kq/frames.h"
 #include "kq/plugins.h"
 #include "pal/module.h"
-#include "support/Fixture.h"
 #include "support/BuiltModules.h"
+#include "support/Fixture.h"
 
 namespace {
 
@@ -129,7 +128,8 @@ TEST_F(IFMPlugn, ProgressIsShownForAScannedModule) {
     KQScanDesc scan = {};
     scan.progress = [](const char* text, void* data) { *static_cast<std::string*>(data) = text; };
     scan.progressData = &shown;
-    FormatModule_CheckFile(ModulePath("example.ifm").c_str(), kqtest::TypeCodeOf("IFM "), reinterpret_cast<uptr>(&scan));
+    FormatModule_CheckFile(ModulePath("example.ifm").c_str(), kqtest::TypeCodeOf("IFM "),
+                           reinterpret_cast<uptr>(&scan));
     EXPECT_EQ(shown, "Scanning for Format Plug-ins: Example");
 }
 
@@ -364,6 +364,59 @@ TEST_F(IFMPlugn, IdleOfAPluginThatWasNeverLoadedDoesNothing) {
     PluginIdleKQ(&plugin, 1);
     EXPECT_EQ(plugin.Module, nullptr);
     EXPECT_EQ(IsPluginValidKQ(&plugin), 1);
+}
+
+TEST_F(IFMPlugn, AModuleThatClaimsABuiltInExtensionDoesNotGetItsFiles) {
+    InitFormatModulesKQ(nullptr);
+    SetFaulty("", "Extension", 1);
+    Scan("faulty.ifm");
+    ASSERT_STREQ(Last()->node.Name, "Faulty");
+    ASSERT_EQ(Last()->importExts[0], KQExtension("flm"));
+    EXPECT_EQ(OpenClipKQ(File("a.flm").c_str(), nullptr), nullptr);
+    EXPECT_NE(GetErrorKQ(), KQERR_BADFORMAT);
+    EXPECT_EQ(Entries(), 1) << "nobody asked the module to open";
+}
+
+TEST_F(IFMPlugn, AModuleThatClaimsAnExtensionOfNobodyElseGetsItsFiles) {
+    SetFaulty("", "Extension", 1);
+    Scan("faulty.ifm");
+    KQClip* clip = OpenClipKQ(File("a.flm").c_str(), nullptr);
+    ASSERT_NE(clip, nullptr);
+    CloseClipKQ(clip);
+    FreeClipKQ(clip);
+}
+
+TEST_F(IFMPlugn, PhotoshopFilesWithoutResourcesAddNothing) {
+    for (const char* name : {"a.8bf", "a.8be", "a.8bi", "a.8ba", "a.8bp", "a.8bx", "a.8by"}) File(name);
+    std::string wanted = Folder();
+    char* folders[] = {wanted.data(), nullptr};
+    EnumFilesKQ(folders, nullptr, FormatModule_CheckFile, 0, 0);
+    EXPECT_EQ(Last(), nullptr);
+    for (u32 code : {kqtest::TypeCodeOf("8BF "), kqtest::TypeCodeOf("8BE "), kqtest::TypeCodeOf("8BIF"),
+                     kqtest::TypeCodeOf("8BEM")})
+        EXPECT_EQ(FormatModule_CheckFile((Folder() + "a.8bf").c_str(), code, 0), 1);
+    EXPECT_EQ(Last(), nullptr);
+    EXPECT_TRUE(diagnostics.empty());
+}
+
+TEST_F(IFMPlugn, AnEntryThatZeroesItsRecordKeepsItsPlaceInTheRegistry) {
+    InitFormatModulesKQ(nullptr);
+    i32 builtIn = List_Entries(&KQEnv->formatModules);
+    SetFaulty("Record", "", 1);
+    Scan("faulty.ifm");
+    EXPECT_EQ(Find_Index(&KQEnv->formatModules, "Faulty"), builtIn);
+    KQFormatDesc* module = Last();
+    ASSERT_NE(module->pluginInfo, nullptr);
+    EXPECT_EQ(module->hostInterface, &KQEnv);
+    Scan("example.ifm");
+    KQClip* clip = OpenClipKQ(File("a.bad").c_str(), nullptr);
+    ASSERT_NE(clip, nullptr);
+    EXPECT_EQ(clip->format, module);
+    EXPECT_EQ(Find_Index(&KQEnv->formatModules, "Faulty"), builtIn) << "loading left it where it was";
+    EXPECT_EQ(Find_Index(&KQEnv->formatModules, "Example"), builtIn + 1);
+    EXPECT_EQ(module->hostInterface, &KQEnv);
+    CloseClipKQ(clip);
+    FreeClipKQ(clip);
 }
 
 }   // namespace

@@ -315,4 +315,20 @@ TEST_F(InterpretAlpha, WritingToADisplayFormatLeavesItsFourthByte) {
     FreeBitmapKQ(target);
 }
 
+TEST_F(InterpretAlpha, EveryAllocationOfWritingMayFail) {
+    KQClip* clip = MakeClip();
+    KQBitmap* source = MakeBitmap(300, 7, 0x40102030);
+    KQBitmap* target = MakeBitmap(300, 7);
+    KQNativeBitmap* natives[] = {AllocNativeBitmapKQ(300, 7, 16), AllocNativeBitmapKQ(300, 7, 24),
+                                 AllocNativeBitmapKQ(300, 7, 32)};
+    for (const Alpha& alpha : Kinds()) {
+        Set(clip, alpha);
+        kqtest::FailEveryAllocation([&] {
+            Interpret_Alpha(clip, source, target, nullptr);
+            for (KQNativeBitmap* native : natives) Interpret_Alpha(clip, source, native, nullptr);
+        });
+    }
+    for (KQNativeBitmap* native : natives) FreeBitmapKQ(native);
+}
+
 }   // namespace

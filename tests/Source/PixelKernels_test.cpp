@@ -75,7 +75,7 @@ TEST_F(PixelKernels, RotationsAreEachOthersInverse) {
             for (size_t i = 0; i < count * 4; ++i) ASSERT_EQ(bytes[i], before[i / 4 * 4 + (i + 3) % 4]) << i;
             ASSERT_EQ(Bytes(bytes.begin() + i64(count) * 4, bytes.end()),
                       Bytes(before.begin() + i64(count) * 4, before.end()));
-            kq::RotateToFile(bytes.data(), count, level);
+            kq::RotateToFile(bytes.data(), bytes.data(), count, level);
             ASSERT_EQ(bytes, before);
         }
 }
@@ -198,5 +198,53 @@ TEST_F(PixelKernels, PackingFollowsTheRulePixelByPixelAndUnpacks) {
         }
         ASSERT_TRUE(std::equal(out.begin(), out.end() - 8, values.begin()));
         ASSERT_EQ(in, expected.data() + expected.size());
+    }
+}
+
+using Unpacker = size_t (*)(kq::RunUnpacker*, const u8** in, const u8* end, u8* out, size_t want, Simd level);
+
+template <i32 Size>
+size_t UnpackValues(kq::RunUnpacker* unpacker, const u8** in, const u8* end, u8* out, size_t want, Simd level) {
+    return kq::UnpackRuns(unpacker, Size, in, end, out, want, level);
+}
+
+// Any packets, also such as no packer makes, in pieces: the same values, input used and bytes left alone.
+TEST_F(PixelKernels, UnpackingFollowsThePlainFormForAnyPackets) {
+    const struct {
+        Unpacker unpack;
+        size_t in, out;
+    } kinds[] = {{UnpackValues<1>, 1, 1}, {UnpackValues<2>, 2, 2},      {UnpackValues<3>, 3, 3},
+                 {UnpackValues<4>, 4, 4}, {kq::UnpackGreyPixels, 1, 4}, {kq::UnpackTriplePixels, 3, 4}};
+    for (int round = 0; round < 1200; ++round) {
+        auto kind = kinds[round % 6];
+        Bytes packed;
+        size_t values = 0;
+        u32 most = random() % 2 ? 128 : random() % 20 + 1;
+        for (u32 packets = random() % 60; packets > 0; --packets) {
+            u32 count = random() % most + 1;
+            bool run = random() % 2;
+            packed.push_back(u8((count - 1) | (run ? 0 : 128)));
+            for (size_t i = 0; i < (run ? 1 : count) * kind.in; ++i) packed.push_back(u8(random()));
+            values += count;
+        }
+        if (random() % 4 == 0) packed.resize(random() % (packed.size() + 1));   // cut
+        size_t wanted = random() % (values + 2), firstIn = random() % (packed.size() + 1);
+        size_t firstWant = random() % (wanted + 1);
+        auto unpack = [&](Simd level, const u8** in) {
+            Bytes out(wanted * kind.out + 64, 0x77);
+            kq::RunUnpacker unpacker;
+            *in = packed.data();
+            size_t done = kind.unpack(&unpacker, in, packed.data() + firstIn, out.data(), firstWant, level);
+            u8* rest = out.data() + done * kind.out;
+            done += kind.unpack(&unpacker, in, packed.data() + packed.size(), rest, wanted - done, level);
+            for (size_t i = done * kind.out; i < out.size(); ++i) EXPECT_EQ(out[i], 0x77) << "at " << i;
+            return out;
+        };
+        const u8 *plainIn, *in;
+        Bytes plain = unpack(Simd::Plain, &plainIn);
+        for (Simd level : Levels()) {
+            ASSERT_EQ(unpack(level, &in), plain) << "kind " << round % 6 << ", level " << int(level);
+            ASSERT_EQ(in, plainIn);
+        }
     }
 }

@@ -200,4 +200,44 @@ TEST_F(Scratch, EveryFileCallMayFail) {
     });
 }
 
+TEST_F(Scratch, TheSameScratchDirAgainKeepsTheFolderAndItsFrames) {
+    std::string path = Make_TempName(clip, -1, 0);
+    kqtest::WriteWholeFile(path, "frame");
+    SetScratchDirKQ(Folder().c_str());
+    EXPECT_TRUE(fs::exists(path));
+    SetScratchDirKQ(KQEnv->ScratchDir);
+    EXPECT_TRUE(fs::exists(path));
+    EXPECT_EQ(Make_TempName(clip, -1, 0), path);
+}
+
+TEST_F(Scratch, EveryAllocationOfSettingTheScratchDirMayFail) {
+    std::string other = Below("other") + Folder().back(), kept = Folder();
+    fs::create_directory(other);
+    i64 failed = 0;
+    kqtest::FailEveryAllocation([&] {
+        std::string path = Make_TempName(clip, -1, 0);
+        SetScratchDirKQ(other.c_str());
+        bool changed = std::string(KQEnv->ScratchDir) == other;
+        failed += !changed;
+        EXPECT_TRUE(changed || KQEnv->ScratchDir == kept);
+        EXPECT_TRUE(changed || fs::exists(Below("KQScratch"))) << "the folder in use stays";
+        kq::allocationFaults.failAt = 0;
+        SetScratchDirKQ(kept.c_str());
+    });
+    EXPECT_GT(failed, 0);
+}
+
+TEST_F(Scratch, EveryFileCallOfSettingTheScratchDirMayFail) {
+    std::string other = Below("other") + Folder().back();
+    fs::create_directory(other);
+    kqtest::FailEveryFileCall([&] {
+        Make_TempName(clip, -1, 0);
+        SetScratchDirKQ(other.c_str());
+        EXPECT_EQ(KQEnv->ScratchDir, other);
+        Make_TempName(clip, -1, 0);
+        SetScratchDirKQ(Folder().c_str());
+    });
+    EXPECT_NE(Make_TempName(clip, -1, 0), nullptr);
+}
+
 }   // namespace

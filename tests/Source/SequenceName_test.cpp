@@ -182,9 +182,23 @@ TEST_F(SequenceName, ValidateLeavesTheErrorWordWhenItFinds) {
     EXPECT_EQ(GetErrorKQ(), u32(KQERR_NONE));
 }
 
+TEST_F(SequenceName, ValidateTouchesNothingButTheNameItFinds) {
+    kqtest::WriteWholeFile(Folder() + "a8.tga", "x");
+    std::string name = Folder() + "a[###].tga";
+    std::string block = name + '\0' + "behind";
+    EXPECT_EQ(SequenceNumber_to_Name_Validate(block.data(), 8), 1);
+    EXPECT_STREQ(block.c_str(), (Folder() + "a8.tga").c_str());
+    EXPECT_EQ(block.substr(name.size() + 1), "behind");
+    for (i32 number : {9, 1000, -1}) {
+        block = name + '\0' + "behind";
+        EXPECT_EQ(SequenceNumber_to_Name_Validate(block.data(), number), 0) << number;
+        EXPECT_EQ(block, name + '\0' + "behind") << number;
+    }
+}
+
 TEST_F(SequenceName, ValidateOfANameThatNoHostHasFindsNothing) {
     std::string name = "[##]";
-    name.append(5000, 'x');
+    name.append(10000, 'x');
     std::string before = name;
     EXPECT_EQ(SequenceNumber_to_Name_Validate(name.data(), 8), 0);
     EXPECT_EQ(name, before);

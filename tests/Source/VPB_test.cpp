@@ -178,21 +178,31 @@ TEST_F(VPB, AHeightOf0ThatComesLaterReadsNothingAndSucceeds) {
 }
 
 TEST_F(VPB, EveryHeaderFieldAtItsLimitsIsTakenOrRefusedCleanly) {
-    const Bytes good = FileOf(6, 4, Bytes(48));
-    const std::pair<size_t, size_t> fields[] = {{0, 1}, {1, 1},  {2, 1},  {3, 2},  {5, 2}, {7, 2},
-                                                {9, 2}, {11, 2}, {13, 2}, {15, 4}, {19, 4}};
+    // A record of another tag, then the picture's, whose fields follow its three bytes of head.
+    Bytes good;
+    PutRecord(good, 4, 4, {1, 2, 3, 4});
+    PutRecord(good, 16, 20, PictureValue(6, 4));
+    good.resize(1024, 0xFF);
+    good.resize(1024 + 48, 0x60);
+    std::vector<std::pair<size_t, size_t>> fields = {{0, 1}, {1, 1}, {2, 1}, {3, 4}, {7, 1}, {8, 1}, {9, 1}};
+    for (auto [at, size] : std::initializer_list<std::pair<size_t, size_t>>{
+             {0, 2}, {2, 2}, {4, 2}, {6, 2}, {8, 2}, {10, 2}, {12, 4}, {16, 4}})
+        fields.emplace_back(10 + at, size);
+    i64 opened = 0;
     for (auto [at, size] : fields)
-        for (u32 value : {0u, 1u, 0xFFFFFFFFu, 0xFFFFFFFEu, 0x80000000u, 0x7FFFFFFFu}) {
+        for (u32 value : FieldLimits(size)) {
+            SCOPED_TRACE(testing::Message() << "field at " << at << " is " << value);
             Bytes bytes = good;
-            for (size_t i = 0; i < size; ++i) bytes[at + i] = u8(value >> (24 - 8 * i));
-            if (size < 4 && value == 0xFFFFFFFE) bytes[at + size - 1] = 0xFE;
+            PatchField(bytes, at, size, value);
             Write(bytes);
             if (!OpenAnew()) continue;
+            ++opened;
             ASSERT_GT(clip->width, 0);
             ASSERT_GT(clip->height, 0);
             ASSERT_LE(i64(clip->width) * clip->height, i64(1) << 24);
             Frame(0);
         }
+    EXPECT_GT(opened, 30);
 }
 
 TEST_F(VPB, AHugePictureIsRefusedWhenTheFileCannotHoldOne) {
@@ -219,6 +229,22 @@ TEST_F(VPB, CutAtEveryByteItGivesThePixelsThatAreThere) {
         for (size_t i = 0; i < 800; ++i) ASSERT_EQ(pixels[i * 4], i < there ? 255 : 0xA5) << length << " " << i;
     }
 }
+
+#if !defined(_WIN32)
+TEST_F(VPB, AFileThatShrinksWhileItIsOpenIsReadAsFarAsItGoes) {
+    Write(FileOf(2, 3, Bytes(12, 128)));
+    ASSERT_TRUE(Open());
+    std::filesystem::resize_file(path, 1024 + 6);   // a row and a half
+    Bytes pixels = Frame(0);
+    EXPECT_EQ(GetErrorKQ(), u32(KQERR_READ));
+    ASSERT_EQ(pixels.size(), 24u);
+    EXPECT_EQ(Bytes(pixels.begin(), pixels.begin() + 4), (Bytes{255, 128, 128, 128}));
+    EXPECT_EQ(Bytes(pixels.begin() + 12, pixels.end()), Bytes(12, 0xA5));
+    std::filesystem::resize_file(path, 500);   // not even the header
+    EXPECT_TRUE(Frame(0).empty());
+    EXPECT_EQ(GetErrorKQ(), u32(KQERR_READ));
+}
+#endif
 
 TEST_F(VPB, DataOffsetMovesThePixels) {
     Bytes data(7, 9);
@@ -378,6 +404,48 @@ TEST_F(VPB, EveryFailedAllocationAndFileCallIsCopedWith) {
     FreeBitmapKQ(small);
 }
 
+TEST_F(VPB, WithLessMemoryAPictureReadsTheSame) {
+    ASSERT_TRUE(Create(50, 70));
+    ASSERT_TRUE(Add(RandomPixels(50, 70), 0));
+    ASSERT_TRUE(OpenAnew());
+    const Bytes whole = Frame(0);
+    small = AllocBitmapKQ(50, 70, 32);
+    for (i64 failures = 1; failures <= 33; ++failures) {
+        std::memset(small->data, 0xA5, size_t(small->dataSize));
+        // Behind the record of the open file.
+        kq::allocationFaults.SetSpan(2, failures);
+        i32 got = module->GetFrame(clip, small, 0, nullptr, 50, 70, 0);
+        kq::allocationFaults.Clear();
+        EXPECT_EQ(got != 0, failures < 32) << failures;
+        if (got) {
+            EXPECT_EQ(Bytes(small->data, small->data + small->dataSize), whole) << failures;
+        }
+    }
+    FreeBitmapKQ(small);
+}
+
+TEST_F(VPB, WithLessMemoryAPictureIsWrittenTheSameDownToTwoRows) {
+    Bytes pixels = RandomPixels(50, 70);
+    auto behindTheDate = [](const Bytes& bytes) {
+        return bytes.empty() ? bytes : Bytes(bytes.begin() + 1024, bytes.end());
+    };
+    const Bytes whole = behindTheDate(WrittenShortOfMemory(pixels, 50, 70, 0, 0));
+    ASSERT_FALSE(whole.empty());
+    for (i64 failures = 1; failures <= 32; ++failures) {
+        Bytes bytes = behindTheDate(WrittenShortOfMemory(pixels, 50, 70, 1, failures));
+        EXPECT_EQ(bytes.empty(), failures > 30) << failures;
+        if (!bytes.empty()) {
+            EXPECT_EQ(bytes, whole) << failures;
+        }
+    }
+}
+
+TEST_F(VPB, SizesThatNoReaderWouldTakeAreNotWritten) {
+    ASSERT_TRUE(Create(4, 4));
+    ExpectOversizeRefused();
+    EXPECT_FALSE(FileExistsKQ(path.c_str())) << "nothing is made for them";
+}
+
 TEST_F(VPB, AFailedWriteIsReportedAndCountsNoFrame) {
     for (i64 n = 1; n < 20; ++n) {
         ASSERT_TRUE(Create(8, 8));
@@ -408,8 +476,7 @@ TEST_F(VPB, OnAFullDiskThePartlyWrittenFileStays) {
 TEST_F(VPB, AClosedSequenceReopensByItsFirstFile) {
     InitFormatModulesKQ(nullptr);
     Bytes file = FileOf(2, 1, Bytes{128, 128, 128, 128});
-    for (const char* name : {"a1.vpb", "a2.vpb"})
-        kqtest::WriteWholeFile(Folder() + name, file.data(), file.size());
+    for (const char* name : {"a1.vpb", "a2.vpb"}) kqtest::WriteWholeFile(Folder() + name, file.data(), file.size());
     KQClip* sequence = OpenClipKQ((Folder() + "a1.vpb").c_str(), KQTAG_CLIP_NOASK, 0, 0);
     ASSERT_NE(sequence, nullptr);
     EXPECT_EQ(sequence->sourceFrames, 2);

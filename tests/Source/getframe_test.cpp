@@ -669,4 +669,50 @@ TEST_F(getframe, EveryFailedAllocationGivesZeroOrAFrame) {
     EXPECT_EQ(Get(clip, small, 3), 1);
 }
 
+// A sequence of three files that the clip finds by their numbers.
+KQClip* MakeSequence(KQClip* clip, const std::string& folder) {
+    for (const char* name : {"shot08.tst", "shot09.tst", "shot10.tst"}) kqtest::WriteWholeFile(folder + name, "x");
+    clip->fileSpec = CopyFileSpecKQ((folder + "shot[##].tst").c_str());
+    clip->sourceFrames = clip->frameCount = 3;
+    clip->frameNumbers = static_cast<i32*>(AllocMemoryKQ(3 * sizeof(i32), 0));
+    for (i32 i = 0; i < 3; ++i) clip->frameNumbers[i] = 8 + i;
+    return clip;
+}
+
+TEST_F(getframe, EveryFailedAllocationOfASequenceFramePutsTheSpecificationBack) {
+    module.properties &= ~u32(KQFORMAT_MULTIFRAME);
+    KQClip* clip = MakeSequence(Clip(), Folder());
+    char* kept = clip->fileSpec;
+    KQBitmap* whole = MakeBitmap(8, 6);
+    KQBitmap* small = MakeBitmap(4, 3);
+    kqtest::FailEveryAllocation([&] {
+        for (KQBitmap* bitmap : {whole, small}) {
+            FillBitmapKQ(bitmap, 0);
+            if (!Get(clip, bitmap, 1)) {
+                EXPECT_TRUE(AllAre(bitmap, kBackground));
+            }
+            EXPECT_EQ(clip->fileSpec, kept);
+        }
+    });
+    EXPECT_EQ(Get(clip, whole, 1), 1);
+}
+
+TEST_F(getframe, EveryFailedFileCallOfASequenceFramePutsTheSpecificationBack) {
+    module.properties &= ~u32(KQFORMAT_MULTIFRAME);
+    KQClip* clip = MakeSequence(Clip(), Folder());
+    char* kept = clip->fileSpec;
+    KQBitmap* bitmap = MakeBitmap(8, 6);
+    i64 failed = 0;
+    kqtest::FailEveryFileCall([&] {
+        FillBitmapKQ(bitmap, 0);
+        if (!Get(clip, bitmap, 1)) {
+            ++failed;
+            EXPECT_TRUE(AllAre(bitmap, kBackground));
+        }
+        EXPECT_EQ(clip->fileSpec, kept);
+    });
+    EXPECT_GT(failed, 0);
+    EXPECT_EQ(Get(clip, bitmap, 1), 1);
+}
+
 }   // namespace

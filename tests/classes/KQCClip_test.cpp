@@ -97,4 +97,39 @@ TEST_F(KQCClips, EndThatFailsThrowsNothingAndClearsTheFlag) {
     EXPECT_EQ(recording.Count("EndIO"), 1);
 }
 
+// One life of a clip; false when any step threw.
+bool Live(const KQCFileSpec& spec, KQBitmap* bitmap) {
+    try {
+        KQCClip clip(spec);
+        clip.BeginIO();
+        clip.GetFrame(bitmap, nullptr, nullptr);
+        clip.EndIO();
+        return true;
+    } catch (const KQCClip::Exception& exception) {
+        EXPECT_NE(exception.Code(), KQERR_NONE);
+        return false;
+    }
+}
+
+TEST_F(KQCClips, EveryAllocationMayFailAndIsThrown) {
+    recording.depth = 32;
+    KQBitmap* bitmap = AllocBitmapKQ(4, 3, 32);   // smaller than the clip, so that getting allocates too
+    KQCFileSpec spec = Spec();
+    i64 failed = 0;
+    kqtest::FailEveryAllocation([&] { failed += !Live(spec, bitmap); });
+    EXPECT_GT(failed, 0);
+    EXPECT_TRUE(Live(spec, bitmap));
+    FreeBitmapKQ(bitmap);
+}
+
+TEST_F(KQCClips, EveryFileCallMayFailAndIsThrown) {
+    KQBitmap* bitmap = AllocBitmapKQ(8, 6, 32);
+    KQCFileSpec spec = Spec();
+    i64 failed = 0;
+    kqtest::FailEveryFileCall([&] { failed += !Live(spec, bitmap); });
+    EXPECT_GT(failed, 0);
+    EXPECT_TRUE(Live(spec, bitmap));
+    FreeBitmapKQ(bitmap);
+}
+
 }   // namespace

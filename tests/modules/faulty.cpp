@@ -71,12 +71,13 @@ KQ_EXPORT i32 FaultyShutdowns() { return shutdowns; }
 
 KQ_EXPORT i32 ENTRYPOINT1(KQFormatDesc* module) {
     ++entries;
+    if (std::strcmp(nullSlot, "Record") == 0) std::memset(static_cast<void*>(module), 0, sizeof *module);
     if (std::strcmp(nullSlot, "Name") != 0 && !AddName(&module->node, "Faulty")) return 0;
     module->importExtCount = 1;
     if (std::strcmp(nullSlot, "Table") != 0) {
         module->importExts = static_cast<u32*>(AllocMemoryKQ(sizeof(u32), 0));
         if (!module->importExts) return 0;
-        module->importExts[0] = KQExtension("bad");
+        module->importExts[0] = KQExtension(std::strcmp(failingSlot, "Extension") == 0 ? "flm" : "bad");
     }
     module->Open = Slot("Open", Open);
     module->Close = Slot("Close", Close);

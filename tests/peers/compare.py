@@ -16,58 +16,75 @@ import vpb
 
 
 class Tool:
+    """The program that has the library read and write: all the work of a road in one run."""
+
     def __init__(self, command):
         self.command = command
 
-    def run(self, *arguments):
-        done = subprocess.run([*self.command, *arguments], capture_output=True, timeout=120)
+    def run(self, lines):
+        with open("list", "w") as file:
+            file.writelines(line + "\n" for line in lines)
+        done = subprocess.run([*self.command, "batch", "list"], capture_output=True, timeout=300)
         if done.returncode != 0:
-            sys.exit(f"roundtrip {' '.join(arguments)}: exit {done.returncode}: {done.stderr.decode()}")
-        return done.stdout.decode().split()
+            sys.exit(f"roundtrip: exit {done.returncode}: {done.stderr.decode()}")
+        return done.stdout.decode().splitlines()
 
-    def read(self, path):
-        """(width, height, depth, rate, bytes of all frames)"""
-        width, height, depth, _, rate = self.run("read", path, "frames.raw")
-        with open("frames.raw", "rb") as file:
-            return int(width), int(height), int(depth), float(rate), file.read()
+    def read(self, files):
+        """For each file's bytes: (width, height, depth, rate, bytes of all frames)."""
+        for i, (name, data) in enumerate(files):
+            put(f"{i}{name}", data)
+        results = self.run(f"read {i}{name} {i}.raw" for i, (name, _) in enumerate(files))
+        for i, line in enumerate(results):
+            width, height, depth, _, rate = line.split()
+            yield int(width), int(height), int(depth), float(rate), get(f"{i}.raw")
 
-    def write(self, path, frames, width, height, **options):
-        with open("frames.raw", "wb") as file:
-            file.write(frames)
-        if os.path.exists(path):
-            os.remove(path)
-        self.run("write", path, "frames.raw", str(width), str(height), *[f"{k}={v}" for k, v in options.items()])
-        with open(path, "rb") as file:
-            return file.read()
+    def write(self, jobs):
+        """For each (name, bytes of all frames, width, height, options): the file's bytes."""
+        lines = []
+        for i, (name, frames, width, height, options) in enumerate(jobs):
+            put(f"{i}.raw", frames)
+            words = [f"{key}={value}" for key, value in options.items()]
+            lines.append(" ".join(["write", f"{i}{name}", f"{i}.raw", str(width), str(height), *words]))
+        self.run(lines)
+        for i, job in enumerate(jobs):
+            yield get(f"{i}{job[0]}")
+
+
+def put(path, data):
+    with open(path, "wb") as file:
+        file.write(data)
+
+
+def get(path):
+    with open(path, "rb") as file:
+        return file.read()
 
 
 def expect(what, seed, ours, theirs):
-    if ours != theirs:
-        at = next((i for i in range(min(len(ours), len(theirs))) if ours[i] != theirs[i]), min(len(ours), len(theirs)))
-        sys.exit(f"{what}, seed {seed}: {len(ours)} and {len(theirs)} bytes, first difference at {at}")
+    if ours == theirs:
+        return
+    if not isinstance(ours, bytes):
+        sys.exit(f"{what}, seed {seed}: {ours}, not {theirs}")
+    at = next((i for i in range(min(len(ours), len(theirs))) if ours[i] != theirs[i]), min(len(ours), len(theirs)))
+    sys.exit(f"{what}, seed {seed}: {len(ours)} and {len(theirs)} bytes, first difference at {at}")
 
 
-def library_reads_electricimage(tool, rng, seed):
-    data = eidi.random_file(rng)
-    with open("a.ei", "wb") as file:
-        file.write(data)
-    width, height, bits, rate, pictures = eidi.read(data)
-    got = tool.read("a.ei")
-    expect("size of an ElectricImage file", seed, bytes(str((width, height, bits)), "ascii"),
-           bytes(str(got[:3]), "ascii"))
-    if rate is not None and abs(got[3] - rate) > 1e-6 * rate:
-        sys.exit(f"rate of an ElectricImage file, seed {seed}: {got[3]}, not {rate}")
-    expect("frames of an ElectricImage file", seed, got[4], b"".join(pictures))
+def library_reads_electricimage(tool, seeds):
+    files = [("a.ei", eidi.random_file(random.Random(seed))) for seed in seeds]
+    for seed, (_, data), got in zip(seeds, files, tool.read(files), strict=True):
+        *size, rate, pictures = eidi.read(data)
+        expect("size of an ElectricImage file", seed, list(got[:3]), size)
+        if rate is not None and abs(got[3] - rate) > 1e-6 * rate:
+            sys.exit(f"rate of an ElectricImage file, seed {seed}: {got[3]}, not {rate}")
+        expect("frames of an ElectricImage file", seed, got[4], b"".join(pictures))
 
 
-def library_reads_vpb(tool, rng, seed):
-    data = vpb.random_file(rng)
-    with open("a.vpb", "wb") as file:
-        file.write(data)
-    width, height, picture = vpb.read(data)
-    got = tool.read("a.vpb")
-    expect("size of a VPB file", seed, bytes(str((width, height)), "ascii"), bytes(str(got[:2]), "ascii"))
-    expect("picture of a VPB file", seed, got[4], picture)
+def library_reads_vpb(tool, seeds):
+    files = [("a.vpb", vpb.random_file(random.Random(seed))) for seed in seeds]
+    for seed, (_, data), got in zip(seeds, files, tool.read(files), strict=True):
+        width, height, picture = vpb.read(data)
+        expect("size of a VPB file", seed, got[:2], (width, height))
+        expect("picture of a VPB file", seed, got[4], picture)
 
 
 def random_picture(rng, width, height):
@@ -87,26 +104,34 @@ def as_stored(picture, alpha):
     return bytes(out)
 
 
-def library_writes_electricimage(tool, rng, seed):
-    width, height, frames = rng.randint(1, 40), rng.randint(1, 20), rng.randint(1, 3)
-    pictures = [random_picture(rng, width, height) for _ in range(frames)]
-    alpha, pack = rng.randint(0, 2), rng.randint(0, 1)
-    data = tool.write("b.ei", b"".join(pictures), width, height, rate=25, alpha=alpha, premultiplied=0, pack=pack)
-    got = eidi.read(data)
-    expect("size written as ElectricImage", seed, bytes(str(got[:3]), "ascii"),
-           bytes(str((width, height, {0: 24, 1: 8, 2: 32}[alpha])), "ascii"))
-    expect("frames written as ElectricImage", seed, b"".join(got[4]),
-           b"".join(as_stored(picture, alpha) for picture in pictures))
+def library_writes_electricimage(tool, seeds):
+    jobs, pictures = [], []
+    for seed in seeds:
+        rng = random.Random(seed)
+        width, height, frames = rng.randint(1, 40), rng.randint(1, 20), rng.randint(1, 3)
+        pictures.append([random_picture(rng, width, height) for _ in range(frames)])
+        options = {"rate": 25, "alpha": rng.randint(0, 2), "premultiplied": 0, "pack": rng.randint(0, 1)}
+        jobs.append(("b.ei", b"".join(pictures[-1]), width, height, options))
+    for seed, job, kept, data in zip(seeds, jobs, pictures, tool.write(jobs), strict=True):
+        alpha = job[4]["alpha"]
+        got = eidi.read(data)
+        expect("size written as ElectricImage", seed, got[:3], (job[2], job[3], {0: 24, 1: 8, 2: 32}[alpha]))
+        expect("frames written as ElectricImage", seed, b"".join(got[4]),
+               b"".join(as_stored(picture, alpha) for picture in kept))
 
 
-def library_writes_vpb(tool, rng, seed):
-    width, height = rng.randint(1, 40), rng.randint(1, 40)
-    picture = random_picture(rng, width, height)
-    data = tool.write("b.vpb", picture, width, height, alpha=0, premultiplied=0)
-    if len(data) % 1024 != 0:
-        sys.exit(f"a VPB file of {len(data)} bytes, seed {seed}")
-    expect("size written as VPB", seed, bytes(str(vpb.read(data)[:2]), "ascii"), bytes(str((width, height)), "ascii"))
-    expect("pixels written as VPB", seed, data[1024:1024 + width * height * 2], vpb.encode_rows(picture, width, height))
+def library_writes_vpb(tool, seeds):
+    jobs = []
+    for seed in seeds:
+        rng = random.Random(seed)
+        width, height = rng.randint(1, 40), rng.randint(1, 40)
+        jobs.append(("b.vpb", random_picture(rng, width, height), width, height, {"alpha": 0, "premultiplied": 0}))
+    for seed, (_, picture, width, height, _), data in zip(seeds, jobs, tool.write(jobs), strict=True):
+        if len(data) % 1024 != 0:
+            sys.exit(f"a VPB file of {len(data)} bytes, seed {seed}")
+        expect("size written as VPB", seed, vpb.read(data)[:2], (width, height))
+        expect("pixels written as VPB", seed, data[1024:1024 + width * height * 2],
+               vpb.encode_rows(picture, width, height))
 
 
 ROADS = (library_reads_electricimage, library_reads_vpb, library_writes_electricimage, library_writes_vpb)
@@ -121,12 +146,11 @@ def main():
     options = parser.parse_args()
     runner = [options.runner] if options.runner else []
     tool = Tool([*runner, os.path.abspath(options.roundtrip)])
+    seeds = range(options.seed, options.seed + options.count)
     with tempfile.TemporaryDirectory() as folder:
         os.chdir(folder)
         for road in ROADS:
-            for i in range(options.count):
-                seed = options.seed + i
-                road(tool, random.Random(seed), seed)
+            road(tool, seeds)
             print(f"{road.__name__}: {options.count} files agree (seeds from {options.seed})")
         os.chdir(os.sep)
 

@@ -2,6 +2,7 @@
 //
 //   roundtrip read FILE RAW                      every frame of FILE, alpha red green blue, one after the other; prints
 //                                                width, height, depth, frames and rate
+//   roundtrip batch LIST                         the same for each line of LIST, whose words are such arguments
 //   roundtrip write FILE RAW WIDTH HEIGHT [rate=R] [alpha=0|1|2] [invert=0|1] [premultiplied=0|1] [pack=0|1]
 //                                                frames of RAW into a new FILE, by its extension; a VPB file takes one
 //
@@ -103,13 +104,39 @@ int WriteFrames(const char* path, const char* raw, i32 width, i32 height, char**
     return failed ? Fail("a frame failed") : 0;
 }
 
-int Run(int argc, char** argv) {
-    std::string verb = argc > 1 ? argv[1] : "";
-    if (verb == "read" && argc == 4) return ReadFrames(argv[2], argv[3]);
-    if (verb == "write" && argc >= 6)
-        return WriteFrames(argv[2], argv[3], std::atoi(argv[4]), std::atoi(argv[5]), argv + 6, argc - 6);
-    std::fprintf(stderr, "roundtrip read FILE RAW | write FILE RAW WIDTH HEIGHT [name=value ...]\n");
+int Usage() {
+    std::fprintf(stderr, "roundtrip read FILE RAW | write FILE RAW WIDTH HEIGHT [name=value ...] | batch LIST\n");
     return 2;
+}
+
+// One piece of work; its words stand from `words` on.
+int RunOne(int count, char** words) {
+    std::string verb = count > 0 ? words[0] : "";
+    if (verb == "read" && count == 3) return ReadFrames(words[1], words[2]);
+    if (verb == "write" && count >= 5)
+        return WriteFrames(words[1], words[2], std::atoi(words[3]), std::atoi(words[4]), words + 5, count - 5);
+    return Usage();
+}
+
+// Ends with the first line that fails, and tells which.
+int RunBatch(const char* list) {
+    std::FILE* file = std::fopen(list, "r");
+    if (!file) return Fail("cannot open the list");
+    int result = 0;
+    char line[1000];
+    for (int number = 1; !result && std::fgets(line, sizeof line, file); ++number) {
+        std::vector<char*> words;
+        for (char* word = std::strtok(line, " \r\n"); word; word = std::strtok(nullptr, " \r\n")) words.push_back(word);
+        result = RunOne(int(words.size()), words.data());
+        if (result) std::fprintf(stderr, "line %d of the list\n", number);
+    }
+    std::fclose(file);
+    return result;
+}
+
+int Run(int argc, char** argv) {
+    if (argc == 3 && std::strcmp(argv[1], "batch") == 0) return RunBatch(argv[2]);
+    return RunOne(argc - 1, argv + 1);
 }
 
 }   // namespace

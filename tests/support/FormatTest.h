@@ -148,6 +148,45 @@ protected:
     // Makes the n-th call of the file layer from now on fail, and no other.
     static void FailFileCall(i64 n) { kq::fileFaults.Set(n, true); }
 
+    // The values of a header field of `size` bytes at its limits: 0, 1, the greatest, the one below, the sign alone,
+    // and the greatest signed one.
+    static std::vector<u32> FieldLimits(size_t size) {
+        u32 most = size == 4 ? 0xFFFFFFFFu : (u32(1) << 8 * size) - 1, sign = most ^ most >> 1;
+        return {0, 1, most, most - 1, sign, sign - 1};
+    }
+
+    // Puts a big-endian value of `size` bytes at `at`.
+    static void PatchField(Bytes& bytes, size_t at, size_t size, u32 value) {
+        for (size_t i = 0; i < size; ++i) bytes[at + i] = u8(value >> 8 * (size - 1 - i));
+    }
+
+    // Adds frames of sizes that no reader's gate lets through; each is refused before a pixel of it is touched.
+    void ExpectOversizeRefused() {
+        for (auto [width, height] : {std::pair{32768, 1}, {1, 32768}, {32767, 8193}}) {
+            u8 pixel[4] = {};
+            KQBitmap view = {};
+            view.width = width, view.height = height, view.depth = 32;
+            view.rowBytes = width * 4, view.data = pixel;
+            KQEnv->Error = KQERR_NONE;
+            EXPECT_EQ(module->AddFrame(clip, &view, 0, nullptr), 0) << width << " x " << height;
+            EXPECT_EQ(GetErrorKQ(), u32(KQERR_BADDATA));
+        }
+    }
+
+    // The file that a frame of these pixels gives while `failures` allocations fail, the first of them behind
+    // `before` that succeed within the slot; empty when the frame is refused.
+    Bytes WrittenShortOfMemory(const Bytes& pixels, i32 width, i32 height, i64 before, i64 failures) {
+        EXPECT_TRUE(Create(width, height));
+        KQBitmap* bitmap = AllocBitmapKQ(width, height, 32);
+        std::memcpy(bitmap->data, pixels.data(), size_t(bitmap->dataSize));
+        kq::allocationFaults.SetSpan(before + 1, failures);
+        bool added = module->AddFrame(clip, bitmap, 0, nullptr) != 0;
+        kq::allocationFaults.Clear();
+        FreeBitmapKQ(bitmap);
+        Close();
+        return added ? Read() : Bytes();
+    }
+
     // Makes the file, all zero and without taking room on the disk.
     bool MakeSparse(i64 length) {
         WriteWholeFile(path, "");

@@ -33,6 +33,7 @@ struct FrameModule {
     std::function<int(i32 frame, u32 mask, KQGBufferArray* array)> planes;
     bool openFails = false, beginFails = false, frameFails = false, addFails = false;
     i32 failFrame = -1;   // this frame alone fails
+    i32 addResult = 1;    // of AddFrame, when it does not fail
     std::vector<FrameCall> calls;
     std::vector<FrameCall> added;
     i32 planeCalls = 0;
@@ -87,7 +88,7 @@ inline i32 GetFrame(KQClip* clip, KQBitmap* target, i32 frame, const KQRectT<lon
 
 inline i32 AddFrame(KQClip* clip, KQBitmap* bitmap, i32 frame, const KQRectT<long>* rect) {
     theModule->added.push_back(Note(clip, bitmap, frame, rect));
-    return !theModule->addFails;
+    return theModule->addFails ? 0 : theModule->addResult;
 }
 
 inline i32 GetGBuffers(KQClip*, i32 frame, u32 mask, KQGBufferArray* array) {
