@@ -32,8 +32,7 @@ KQ_LOOP Counts CountPartLoop(const u32* pixels, size_t count, u32 zero, u32 one)
 
 static Counts CountPart(const u32* pixels, size_t count, u32 zero, u32 one);
 
-KQ_VECTOR_FORMS(Counts, CountPart, (const u32* pixels, size_t count, u32 zero, u32 one),
-                (pixels, count, zero, one))
+KQ_VECTOR_FORMS(Counts, CountPart, (const u32* pixels, size_t count, u32 zero, u32 one), (pixels, count, zero, one))
 
 // Nonzero when some pixel of the part does not fit. With t the part of the matte in the pixel, out of 255, a channel c
 // fits from (m * t - 255) / 255 to (m * t + slack) / 255.

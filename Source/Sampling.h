@@ -2,7 +2,7 @@
 // when both sides are known to lie in memory.
 #pragma once
 
-#include "Source/Cpu.h"
+#include "Source/Simd.h"
 #include "Source/Pixels.h"
 
 namespace kq {

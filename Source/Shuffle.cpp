@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "Source/StringStores.h"
+
 namespace kq {
 
 namespace {
@@ -150,24 +152,17 @@ KQ_TARGET_AVX512 void PermuteRow(const WideTable& table, const u8* from, u8* to)
     PermutePart<registers>(table, 0, head, from, to);
     i64 whole = (table.bytes - head) / 64, entry = 1;
     u8* place = to + head;
-    if (table.rule.stay != 0) {
-        for (; entry <= whole; ++entry, place += 64) {
-            __m512i before = _mm512_loadu_si512(place);
-            __m512i bytes = Permuted<registers>(table, entry, from);
-            bytes = _mm512_mask_mov_epi8(bytes, table.rule.stay, before);
-            if constexpr (stream)
-                _mm512_stream_si512(reinterpret_cast<__m512i*>(place), bytes);
-            else
-                _mm512_storeu_si512(place, bytes);
-        }
-    } else {
-        for (; entry <= whole; ++entry, place += 64) {
-            __m512i bytes = Permuted<registers>(table, entry, from);
-            if constexpr (stream)
-                _mm512_stream_si512(reinterpret_cast<__m512i*>(place), bytes);
-            else
-                _mm512_storeu_si512(place, bytes);
-        }
+    // Where bytes stay, the target is fetched whatever is done, and is asked for ahead.
+    for (; table.rule.stay != 0 && entry <= whole; ++entry, place += 64) {
+        PrefetchForWrite(place + 1024);
+        _mm512_mask_storeu_epi8(place, ~table.rule.stay, Permuted<registers>(table, entry, from));
+    }
+    for (; entry <= whole; ++entry, place += 64) {
+        __m512i bytes = Permuted<registers>(table, entry, from);
+        if constexpr (stream)
+            _mm512_stream_si512(reinterpret_cast<__m512i*>(place), bytes);
+        else
+            _mm512_storeu_si512(place, bytes);
     }
     i64 left = to + table.bytes - place;
     if (left > 0) PermutePart<registers>(table, entry, left, from, place);

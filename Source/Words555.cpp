@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "Source/StringStores.h"
+
 namespace kq {
 
 namespace {
@@ -18,14 +20,6 @@ void UnpackPlain(const u8* from, u8* to, i64 count) {
     for (i64 i = 0; i < count; ++i) MovePixel<Form::Rgb555, Form::Argb>(from + i * 2, to + i * 4);
 }
 
-// Pixels of `bytes` bytes before `to` is aligned to `alignment`; 0 when it never is.
-i64 PixelsToAlignment(const u8* to, i64 bytes, i64 alignment, i64 count) {
-    i64 gap = i64(-reinterpret_cast<uptr>(to) & uptr(alignment - 1));
-    return gap % bytes ? 0 : std::min(gap / bytes, count);
-}
-
-bool IsAligned(const u8* to, uptr alignment) { return reinterpret_cast<uptr>(to) % alignment == 0; }
-
 #if defined(KQ_SIMD_X86)
 
 KQ_TARGET_AVX512 inline __m256i Pack16(const u8* from) {
@@ -37,7 +31,7 @@ KQ_TARGET_AVX512 inline __m256i Pack16(const u8* from) {
 }
 
 KQ_TARGET_AVX512 void PackAvx512(const u8* from, u8* to, i64 count, bool stream) {
-    i64 i = PixelsToAlignment(to, 2, 64, count);
+    i64 i = std::min(PixelsToAlignment(to, 2, 64), count);
     PackPlain(from, to, i);
     stream = stream && IsAligned(to + i * 2, 64);
     for (; i + 32 <= count; i += 32) {
@@ -51,7 +45,7 @@ KQ_TARGET_AVX512 void PackAvx512(const u8* from, u8* to, i64 count, bool stream)
 }
 
 KQ_TARGET_AVX512 void UnpackAvx512(const u8* from, u8* to, i64 count, bool stream) {
-    i64 i = PixelsToAlignment(to, 4, 64, count);
+    i64 i = std::min(PixelsToAlignment(to, 4, 64), count);
     UnpackPlain(from, to, i);
     stream = stream && IsAligned(to + i * 4, 64);
     for (; i + 16 <= count; i += 16) {
@@ -76,7 +70,7 @@ KQ_TARGET_AVX2 inline __m256i Pack8(const u8* from) {
 }
 
 KQ_TARGET_AVX2 void PackAvx2(const u8* from, u8* to, i64 count, bool stream) {
-    i64 i = PixelsToAlignment(to, 2, 32, count);
+    i64 i = std::min(PixelsToAlignment(to, 2, 32), count);
     PackPlain(from, to, i);
     stream = stream && IsAligned(to + i * 2, 32);
     for (; i + 16 <= count; i += 16) {
@@ -92,7 +86,7 @@ KQ_TARGET_AVX2 void PackAvx2(const u8* from, u8* to, i64 count, bool stream) {
 }
 
 KQ_TARGET_AVX2 void UnpackAvx2(const u8* from, u8* to, i64 count, bool stream) {
-    i64 i = PixelsToAlignment(to, 4, 32, count);
+    i64 i = std::min(PixelsToAlignment(to, 4, 32), count);
     UnpackPlain(from, to, i);
     stream = stream && IsAligned(to + i * 4, 32);
     for (; i + 8 <= count; i += 8) {

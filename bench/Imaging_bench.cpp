@@ -78,9 +78,13 @@ Contender AllThreads(std::function<void()> work) {
             }};
 }
 
+// Part of the names of the rows that are wanted.
+std::string wanted;
+
 // The row on one thread with its ratio to the fastest peer, then the same on all processors.
 void Rows(const std::string& name, double amount, const std::string& unit, std::function<void()> ours,
           std::vector<Contender> peers, double ratio, std::function<void()> sharedPeer = nullptr) {
+    if (name.find(wanted) == std::string::npos) return;
     std::vector<Contender> all{OneThread(ours)};
     all.insert(all.end(), peers.begin(), peers.end());
     std::vector<double> medians = bench::Medians(all, 5);
@@ -312,7 +316,9 @@ void AllRows(Size size) {
 
 }   // namespace
 
-int main() {
+// With an argument: only the rows whose names hold it.
+int main(int count, char** arguments) {
+    if (count > 1) wanted = arguments[1];
     TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
     if (!InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags)) return 1;
     processors = KQEnv->Processors;

@@ -12,12 +12,12 @@ namespace {
 // Runs `body` at every width that this machine has.
 template <class Body>
 void AtEveryWidth(Body body) {
-    for (int width = 0; width <= int(kq::MachineVectors()); ++width) {
-        kq::VectorsInUse() = kq::Vectors(width);
+    for (int width = 0; width <= int(kq::BestSimd()); ++width) {
+        kq::SimdInUse() = kq::Simd(width);
         SCOPED_TRACE(testing::Message() << "vector width " << width);
         body();
     }
-    kq::VectorsInUse() = kq::MachineVectors();
+    kq::SimdInUse() = kq::BestSimd();
 }
 
 // The clip's fields that decide on alpha.
