@@ -23,20 +23,24 @@ constexpr i64 kBytesAPixel = 4;
 // Bytes ahead of the stores that a target is asked for.
 constexpr i64 kAhead = 1024;
 
-KQ_TARGET_AVX512 void StreamAvx512(const u8* from, u8* to, i64 bytes) {
+KQ_TARGET_AVX512 void StreamAvx512(const u8* from, const u8* ahead, u8* to, i64 bytes) {
     i64 i = std::min(PixelsToAlignment(to, 1, 64), bytes);
     std::memcpy(to, from, size_t(i));
-    for (; i + 64 <= bytes; i += 64)
+    for (; i + 64 <= bytes; i += 64) {
+        PrefetchForRead(ahead + i);
         _mm512_stream_si512(reinterpret_cast<__m512i*>(to + i), _mm512_loadu_si512(from + i));
+    }
     std::memcpy(to + i, from + i, size_t(bytes - i));
 }
 
-KQ_TARGET_AVX2 void StreamAvx2(const u8* from, u8* to, i64 bytes) {
+KQ_TARGET_AVX2 void StreamAvx2(const u8* from, const u8* ahead, u8* to, i64 bytes) {
     i64 i = std::min(PixelsToAlignment(to, 1, 32), bytes);
     std::memcpy(to, from, size_t(i));
-    for (; i + 32 <= bytes; i += 32)
+    for (; i + 32 <= bytes; i += 32) {
+        PrefetchForRead(ahead + i);
         _mm256_stream_si256(reinterpret_cast<__m256i*>(to + i),
                             _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + i)));
+    }
     std::memcpy(to + i, from + i, size_t(bytes - i));
 }
 
@@ -105,10 +109,11 @@ void StringRow(const u8* from, u8* to, i64 bytes) {
     StringCopy(to + head, from + head, bytes - head);
 }
 
-void StreamRow(const u8* from, u8* to, i64 bytes, [[maybe_unused]] Simd level) {
+// A row past the caches, which asks for the lines of the one `ahead` while it goes.
+void StreamRow(const u8* from, [[maybe_unused]] const u8* ahead, u8* to, i64 bytes, [[maybe_unused]] Simd level) {
 #if defined(KQ_SIMD_X86)
-    if (level == Simd::Avx512) return StreamAvx512(from, to, bytes);
-    if (level == Simd::Avx2) return StreamAvx2(from, to, bytes);
+    if (level == Simd::Avx512) return StreamAvx512(from, ahead, to, bytes);
+    if (level == Simd::Avx2) return StreamAvx2(from, ahead, to, bytes);
 #endif
     std::memcpy(to, from, size_t(bytes));
 }
@@ -127,7 +132,7 @@ void CopyShare(i64 top, i64 bottom, const void* data) {
         const u8* from = work.copy.from + y * work.copy.fromStep;
         u8* to = work.copy.to + y * work.copy.toStep;
         switch (work.store) {
-        case Store::Stream: StreamRow(from, to, work.copy.bytes, work.level); break;
+        case Store::Stream: StreamRow(from, from + work.copy.fromStep, to, work.copy.bytes, work.level); break;
         case Store::String: StringRow(from, to, work.copy.bytes); break;
         case Store::Plain: std::memcpy(to, from, size_t(work.copy.bytes)); break;
         }

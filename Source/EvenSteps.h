@@ -6,10 +6,11 @@
 
 namespace kq {
 
-// `count` pixels of `bytes` bytes, 1 or 4, from every second one at `from`, of which `readable` bytes may be read.
-void HalveRow(const u8* from, i64 readable, u8* to, i64 count, i64 bytes, Simd level);
+// `count` pixels of `bytes` bytes, 1 or 4, from every second one of the row, of which `readable` bytes may be read.
+// `stream` puts the target past the caches, once it is aligned.
+void HalveRow(const SourceBytes& row, i64 readable, u8* to, i64 count, i64 bytes, bool stream, Simd level);
 
-// `count` pixels of `bytes` bytes, 1 or 4, each one at `from` twice; an odd last one once.
-void DoubleRow(const u8* from, u8* to, i64 count, i64 bytes, Simd level);
+// `count` pixels of `bytes` bytes, 1 or 4, each one of the row twice; an odd last one once.
+void DoubleRow(const SourceBytes& row, u8* to, i64 count, i64 bytes, bool stream, Simd level);
 
 }   // namespace kq

@@ -9,7 +9,6 @@
 #include "Source/Parallel.h"
 #include "Source/Reverse32.h"
 #include "Source/Shuffle.h"
-#include "Source/StringStores.h"
 #include "Source/Words555.h"
 
 namespace kq {
@@ -62,19 +61,9 @@ RowsCall PlainRowsOf(Form from, Form to) {
     }
 }
 
-// How the bytes of a strip reach the target.
-enum class Store : u8 {
-    Plain,
-    Stream,   // past the caches
-    Staged,   // made in the first cache, moved out by the string instructions
-};
-
-// A target that keeps bytes of its own is read anyway, and in the caches then.
-Store StoreOf(const Sampling& work, Form to, Simd level) {
-    i64 row = work.width * PixelBytes(to), size = row * work.rows;
-    if (to == Form::Bgrx || level == Simd::Plain) return Store::Plain;
-    if (HasFastStrings() && row >= kStringBytes && size >= kStringTarget) return Store::Staged;
-    return size >= kStreamBytes ? Store::Stream : Store::Plain;
+// A target that keeps bytes of its own is read, and in the caches then.
+bool WantsStream(const Sampling& work, Form to) {
+    return to != Form::Bgrx && work.width * PixelBytes(to) * work.rows >= kStreamBytes;
 }
 
 // A strip of columns whose target bytes a kernel makes row by row. The processors share its rows.
@@ -82,62 +71,51 @@ template <class Kernel>
 struct Strip {
     const Sampling& work;
     const Kernel& kernel;
-    i64 first, bytes;   // of a target row
-    i64 pixels;         // of a row
-    Store store;
+    i64 first;    // target byte of a row where the strip starts
+    i64 pixels;   // of a row
 };
 
+// The machine reads on along a row by itself, but not from one row to the next, least of all upwards: each kernel asks
+// for the row behind its own.
 template <class Kernel>
 void StripRows(i64 top, i64 bottom, const void* data) {
     auto& strip = *static_cast<const Strip<Kernel>*>(data);
-    for (i64 y = top; y < bottom; ++y)
-        strip.kernel(SourceRow(strip.work, y), TargetRow(strip.work, y) + strip.first, strip.store == Store::Stream);
-}
-
-// Rows that take the same source row are made once.
-template <class Kernel>
-void StagedRows(i64 top, i64 bottom, const void* data) {
-    auto& strip = *static_cast<const Strip<Kernel>*>(data);
-    alignas(64) u8 stage[kStripBytes];
-    const u8* made = nullptr;
     for (i64 y = top; y < bottom; ++y) {
-        const u8* source = SourceRow(strip.work, y);
-        if (source != made) strip.kernel(source, stage, false);
-        made = source;
-        StringCopy(TargetRow(strip.work, y) + strip.first, stage, strip.bytes);
+        const u8* from = SourceRow(strip.work, y);
+        const u8* ahead = SourceRow(strip.work, std::min(y + 1, bottom - 1));
+        strip.kernel({from, ahead - from}, TargetRow(strip.work, y) + strip.first);
     }
 }
 
 template <class Kernel>
 void RunStrip(const Strip<Kernel>& strip) {
-    i64 rows = strip.work.rows;
-    ShareRows(strip.store == Store::Staged ? StagedRows<Kernel> : StripRows<Kernel>, &strip, rows, strip.pixels * rows);
+    ShareRows(StripRows<Kernel>, &strip, strip.work.rows, strip.pixels * strip.work.rows);
 }
 
 // Bytes from a strip's start to the next aligned place, 1 to `size`, when all rows have it at the same place and it
 // falls between pixels (or between their bytes, where that is no matter). Else `size`, and nothing may be streamed.
-i64 HeadOf(const Sampling& work, const u8* strip, i64 targetBytes, i64 size, Store* store) {
+i64 HeadOf(const Sampling& work, const u8* strip, i64 targetBytes, i64 size, bool* aligned) {
     i64 gap = i64(-reinterpret_cast<uptr>(strip) & uptr(size - 1));
-    bool aligned = work.toStep % size == 0 && (targetBytes == 3 || gap % targetBytes == 0);
-    if (*store == Store::Staged) return size;
-    if (!aligned) *store = Store::Plain;
-    return aligned && gap > 0 ? gap : size;
+    *aligned = work.toStep % size == 0 && (targetBytes == 3 || gap % targetBytes == 0);
+    return *aligned && gap > 0 ? gap : size;
 }
 
 struct WideKernel {
     using Table = WideTable;
     const Table& table;
     i64 window;
+    bool stream;
 
-    void operator()(const u8* from, u8* to, bool stream) const { ShuffleRowAvx512(table, window, from, to, stream); }
+    void operator()(const SourceBytes& from, u8* to) const { ShuffleRowAvx512(table, window, from, to, stream); }
 };
 
 struct LaneKernel {
     using Table = LaneTable;
     const Table& table;
     i64 window;
+    bool stream;
 
-    void operator()(const u8* from, u8* to, bool stream) const { ShuffleRowAvx2(table, from, to, stream); }
+    void operator()(const SourceBytes& from, u8* to) const { ShuffleRowAvx2(table, from, to, stream); }
 };
 
 // Makes the table with the narrowest window that holds every entry; 0 when none does.
@@ -161,59 +139,60 @@ Sampling From(const Sampling& work, Form to, i64 first) {
 // Strip by strip, with one table for all rows of a strip. False when the first strip's bytes lie too far apart; a later
 // one, which may differ by a pixel, goes the plain way.
 template <class Kernel>
-bool SampleByTables(const Sampling& work, Form from, Form to, RowsCall plain, Simd level) {
+bool SampleByTables(const Sampling& work, Form from, Form to, RowsCall plain) {
     i64 targetBytes = PixelBytes(to), most = kStripBytes / targetBytes;
     for (i64 first = 0; first < work.width; first += most) {
         i64 count = std::min(most, work.width - first);
         typename Kernel::Table table;
-        Store store = StoreOf(work, to, level);
-        i64 head = HeadOf(work, work.to + first * targetBytes, targetBytes, Kernel::Table::kSize, &store);
+        bool aligned;
+        i64 head = HeadOf(work, work.to + first * targetBytes, targetBytes, Kernel::Table::kSize, &aligned);
         i64 window = MakeNarrowest(work, from, to, first, count, head, &table);
         if (window == 0 && first == 0) return false;
         if (window == 0) {
             plain(From(work, to, first), 0, work.rows);
             return true;
         }
-        Kernel kernel{table, window};
-        RunStrip<Kernel>({work, kernel, first * targetBytes, count * targetBytes, count, store});
+        Kernel kernel{table, window, aligned && WantsStream(work, to)};
+        RunStrip<Kernel>({work, kernel, first * targetBytes, count});
     }
     return true;
 }
 
 bool SampleShuffled(const Sampling& work, Form from, Form to, RowsCall plain, Simd level) {
     if (level == Simd::Plain || work.rows < kTableRows || !IsShuffle(from, to)) return false;
-    if (level == Simd::Avx2) return SampleByTables<LaneKernel>(work, from, to, plain, level);
-    return SampleByTables<WideKernel>(work, from, to, plain, level);
+    if (level == Simd::Avx2) return SampleByTables<LaneKernel>(work, from, to, plain);
+    return SampleByTables<WideKernel>(work, from, to, plain);
 }
 
-// Strip by strip with kernels that know their columns from a Sampling that starts with the strip.
+// All columns at once, with a kernel that needs no table.
 template <class Kernel>
-void SampleStrips(const Sampling& work, Form to, Simd level) {
-    i64 targetBytes = PixelBytes(to), most = kStripBytes / targetBytes;
-    Store store = StoreOf(work, to, level);
-    for (i64 first = 0; first < work.width; first += most) {
-        Sampling strip = From(work, to, first);
-        strip.width = std::min(strip.width, most);
-        Kernel kernel{strip, level};
-        RunStrip<Kernel>({work, kernel, first * targetBytes, strip.width * targetBytes, strip.width, store});
-    }
+void SampleRows(const Sampling& work, Form to, Simd level) {
+    Kernel kernel{work, WantsStream(work, to), level};
+    RunStrip<Kernel>({work, kernel, 0, work.width});
+}
+
+// The first source byte of a row's columns.
+SourceBytes StartOf(const Sampling& work, const SourceBytes& row) {
+    return {row.from + (work.startX >> 16) * work.fromBytes, row.ahead};
 }
 
 struct ToNativeKernel {
-    const Sampling& strip;
+    const Sampling& work;
+    bool stream;
     Simd level;
 
-    void operator()(const u8* from, u8* to, bool) const {
-        ReverseToNative(from + (strip.startX >> 16) * 4, to, strip.width, level);
+    void operator()(const SourceBytes& row, u8* to) const {
+        ReverseToNative(StartOf(work, row), to, work.width, level);
     }
 };
 
 struct ToPortableKernel {
-    const Sampling& strip;
+    const Sampling& work;
+    bool stream;
     Simd level;
 
-    void operator()(const u8* from, u8* to, bool stream) const {
-        ReverseToPortable(from + (strip.startX >> 16) * 4, to, strip.width, stream, level);
+    void operator()(const SourceBytes& row, u8* to) const {
+        ReverseToPortable(StartOf(work, row), to, work.width, stream, level);
     }
 };
 
@@ -222,44 +201,47 @@ bool SampleReversed(const Sampling& work, Form from, Form to, Simd level) {
     bool toNative = from == Form::Argb && to == Form::Bgrx;
     bool toPortable = (from == Form::Bgrx || from == Form::Bgr) && to == Form::Argb;
     if (work.stepX != 65536 || work.fromBytes != 4 || !(toNative || toPortable)) return false;
-    toNative ? SampleStrips<ToNativeKernel>(work, to, level) : SampleStrips<ToPortableKernel>(work, to, level);
+    toNative ? SampleRows<ToNativeKernel>(work, to, level) : SampleRows<ToPortableKernel>(work, to, level);
     return true;
 }
 
 struct PackKernel {
-    const Sampling& strip;
+    const Sampling& work;
+    bool stream;
     Simd level;
 
-    void operator()(const u8* from, u8* to, bool stream) const {
-        PackRow555(from + (strip.startX >> 16) * 4, to, strip.width, stream, level);
+    void operator()(const SourceBytes& row, u8* to) const {
+        PackRow555(StartOf(work, row), to, work.width, stream, level);
     }
 };
 
 struct UnpackKernel {
-    const Sampling& strip;
+    const Sampling& work;
+    bool stream;
     Simd level;
 
-    void operator()(const u8* from, u8* to, bool stream) const {
-        UnpackRow555(from + (strip.startX >> 16) * 2, to, strip.width, stream, level);
+    void operator()(const SourceBytes& row, u8* to) const {
+        UnpackRow555(StartOf(work, row), to, work.width, stream, level);
     }
 };
 
 // Scales portable pixels a chunk at a time and packs each.
 struct ScaledPackKernel {
-    const Sampling& strip;
+    const Sampling& work;
+    bool stream;
     Simd level;
 
-    void operator()(const u8* from, u8* to, bool) const {
+    void operator()(const SourceBytes& row, u8* to) const {
         constexpr i64 kChunk = 512;
         alignas(64) u8 chunk[kChunk * 4];
-        for (i64 x = 0; x < strip.width; x += kChunk) {
-            Sampling part = From(strip, Form::Rgb555, x);
-            part.from = from;
+        for (i64 x = 0; x < work.width; x += kChunk) {
+            Sampling part = From(work, Form::Rgb555, x);
+            part.from = row.from;
             part.startY = part.stepY = 0;
             part.width = std::min(kChunk, part.width);
             part.to = chunk;
             PlainRows<Form::Argb, Form::Argb>(part, 0, 1);
-            PackRow555(chunk, to + x * 2, part.width, false, level);
+            PackRow555({chunk, 0}, to + x * 2, part.width, false, level);
         }
     }
 };
@@ -269,36 +251,38 @@ bool SampleWords(const Sampling& work, Form from, Form to, Simd level) {
     bool whole = work.stepX == 65536 && work.fromBytes == PixelBytes(from);
     bool packs = from == Form::Argb && to == Form::Rgb555 && work.fromBytes == 4;
     if (packs && whole)
-        SampleStrips<PackKernel>(work, to, level);
+        SampleRows<PackKernel>(work, to, level);
     else if (packs)
-        SampleStrips<ScaledPackKernel>(work, to, level);
+        SampleRows<ScaledPackKernel>(work, to, level);
     else if (whole && from == Form::Rgb555 && to == Form::Argb)
-        SampleStrips<UnpackKernel>(work, to, level);
+        SampleRows<UnpackKernel>(work, to, level);
     else
         return false;
     return true;
 }
 
 struct HalveKernel {
-    const Sampling& strip;
+    const Sampling& work;
+    bool stream;
     Simd level;
 
-    void operator()(const u8* from, u8* to, bool) const {
-        i64 start = (strip.startX >> 16) * strip.fromBytes;
-        HalveRow(from + start, strip.rowLength - start, to, strip.width, strip.fromBytes, level);
+    void operator()(const SourceBytes& row, u8* to) const {
+        i64 readable = work.rowLength - (work.startX >> 16) * work.fromBytes;
+        HalveRow(StartOf(work, row), readable, to, work.width, work.fromBytes, stream, level);
     }
 };
 
 // With an odd number of half pixels before the first one, it is the second of its pair.
 struct DoubleKernel {
-    const Sampling& strip;
+    const Sampling& work;
+    bool stream;
     Simd level;
 
-    void operator()(const u8* from, u8* to, bool) const {
-        i64 bytes = strip.fromBytes, odd = strip.startX >> 15 & 1;
-        from += (strip.startX >> 16) * bytes;
-        if (odd) std::memcpy(to, from, size_t(bytes));
-        DoubleRow(from + odd * bytes, to + odd * bytes, strip.width - odd, bytes, level);
+    void operator()(const SourceBytes& row, u8* to) const {
+        i64 bytes = work.fromBytes, odd = work.startX >> 15 & 1;
+        SourceBytes start = StartOf(work, row);
+        if (odd) std::memcpy(to, start.from, size_t(bytes));
+        DoubleRow({start.from + odd * bytes, start.ahead}, to + odd * bytes, work.width - odd, bytes, stream, level);
     }
 };
 
@@ -306,7 +290,7 @@ struct DoubleKernel {
 bool SampleEven(const Sampling& work, Form from, Form to, Simd level) {
     bool moves = from == to && (from == Form::Byte || from == Form::Argb) && work.fromBytes == PixelBytes(from);
     if (!moves || level == Simd::Plain || (work.stepX != 131072 && work.stepX != 32768)) return false;
-    work.stepX == 131072 ? SampleStrips<HalveKernel>(work, to, level) : SampleStrips<DoubleKernel>(work, to, level);
+    work.stepX == 131072 ? SampleRows<HalveKernel>(work, to, level) : SampleRows<DoubleKernel>(work, to, level);
     return true;
 }
 

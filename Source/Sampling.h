@@ -20,6 +20,12 @@ struct Sampling {
     i64 startX, stepX, startY, stepY;
 };
 
+// Source bytes of a row, and how far the row that comes next lies from them: kernels ask for its lines while they work.
+struct SourceBytes {
+    const u8* from;
+    i64 ahead;
+};
+
 // Moves the pixels with the kernels of `level`; big work is spread over the processors when the library's own thread
 // calls. Every level gives the same bytes.
 void SamplePixels(const Sampling& work, Form from, Form to, Simd level = BestSimd());

@@ -39,6 +39,9 @@ inline void PrefetchForWrite(const u8* to) {
 #endif
 }
 
+// Asks for the line at `from`, which need not be there.
+inline void PrefetchForRead(const u8* from) { __builtin_prefetch(from); }
+
 // Whether the processor says that its string instructions are fast.
 inline bool HasFastStrings() {
 #if defined(KQ_SIMD_X86)
