@@ -21,7 +21,7 @@ constexpr i64 kBytesAPixel = 4;
 #if defined(KQ_SIMD_X86)
 
 // Bytes ahead of the stores that a target is asked for.
-constexpr i64 kAhead = 1024;
+constexpr i64 kAhead = 4096;
 
 KQ_TARGET_AVX512 void StreamAvx512(const u8* from, const u8* ahead, u8* to, i64 bytes) {
     i64 i = std::min(PixelsToAlignment(to, 1, 64), bytes);
@@ -241,10 +241,10 @@ void FillRuns(u8* to, i64 bytes, const u8* run, [[maybe_unused]] Simd level) {
     for (; done < bytes; done += kRunBytes) std::memcpy(to + done, run, size_t(std::min(kRunBytes, bytes - done)));
 }
 
-// Whole runs that stay in the first cache.
-constexpr i64 kPatternBytes = 128 * kRunBytes;
+// Whole runs that stay in the second cache, and long enough to pay for the start of each instruction.
+constexpr i64 kPatternBytes = 2048 * kRunBytes;
 
-// A long row repeats its start, which stays in the first cache.
+// A long row repeats its start, which stays in the second cache.
 void FillPixelRow(u8* to, i64 bytes, const u8* run, Simd level) {
     if (bytes < 2 * kPatternBytes || level == Simd::Plain || !HasFastStrings()) return FillRuns(to, bytes, run, level);
     FillRuns(to, kPatternBytes, run, level);

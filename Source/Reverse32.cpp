@@ -22,9 +22,6 @@ void ToPortablePlain(const u8* from, u8* to, i64 count) {
 
 #if defined(KQ_SIMD_X86)
 
-// Bytes ahead of the stores that a target is asked for.
-constexpr i64 kAhead = 1024;
-
 KQ_TARGET_AVX2 inline __m256i Reversed(const u8* from) {
     const __m256i order = _mm256_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12, 3, 2, 1, 0, 7, 6, 5, 4,
                                            11, 10, 9, 8, 15, 14, 13, 12);
@@ -38,7 +35,7 @@ KQ_TARGET_AVX2 void ToNativeAvx2(const SourceBytes& row, u8* to, i64 count) {
     for (; i + 8 <= count; i += 8) {
         PrefetchForRead(from + i * 4 + row.ahead);
         __m256i* target = reinterpret_cast<__m256i*>(to + i * 4);
-        PrefetchForWrite(to + i * 4 + kAhead);
+        PrefetchForWrite(to + i * 4 + row.targetAhead);
         __m256i kept = _mm256_and_si256(_mm256_loadu_si256(target), fourth);
         _mm256_storeu_si256(target, _mm256_or_si256(_mm256_andnot_si256(fourth, Reversed(from + i * 4)), kept));
     }
@@ -75,7 +72,7 @@ KQ_TARGET_AVX512 void ToNativeAvx512(const SourceBytes& row, u8* to, i64 count) 
     ToNativePlain(from, to, i);
     for (; i + 16 <= count; i += 16) {
         PrefetchForRead(from + i * 4 + row.ahead);
-        PrefetchForWrite(to + i * 4 + kAhead);
+        PrefetchForWrite(to + i * 4 + row.targetAhead);
         _mm512_mask_storeu_epi8(to + i * 4, kColours, Reversed16(from + i * 4));
     }
     ToNativePlain(from + i * 4, to + i * 4, count - i);

@@ -82,8 +82,9 @@ void StripRows(i64 top, i64 bottom, const void* data) {
     auto& strip = *static_cast<const Strip<Kernel>*>(data);
     for (i64 y = top; y < bottom; ++y) {
         const u8* from = SourceRow(strip.work, y);
-        const u8* ahead = SourceRow(strip.work, std::min(y + 1, bottom - 1));
-        strip.kernel({from, ahead - from}, TargetRow(strip.work, y) + strip.first);
+        i64 next = std::min(y + 1, bottom - 1);
+        i64 ahead = SourceRow(strip.work, next) - from, targetAhead = (next - y) * strip.work.toStep;
+        strip.kernel({from, ahead, targetAhead}, TargetRow(strip.work, y) + strip.first);
     }
 }
 
@@ -173,7 +174,7 @@ void SampleRows(const Sampling& work, Form to, Simd level) {
 
 // The first source byte of a row's columns.
 SourceBytes StartOf(const Sampling& work, const SourceBytes& row) {
-    return {row.from + (work.startX >> 16) * work.fromBytes, row.ahead};
+    return {row.from + (work.startX >> 16) * work.fromBytes, row.ahead, row.targetAhead};
 }
 
 struct ToNativeKernel {
@@ -241,7 +242,7 @@ struct ScaledPackKernel {
             part.width = std::min(kChunk, part.width);
             part.to = chunk;
             PlainRows<Form::Argb, Form::Argb>(part, 0, 1);
-            PackRow555({chunk, 0}, to + x * 2, part.width, false, level);
+            PackRow555({chunk, 0, 0}, to + x * 2, part.width, false, level);
         }
     }
 };
@@ -282,7 +283,7 @@ struct DoubleKernel {
         i64 bytes = work.fromBytes, odd = work.startX >> 15 & 1;
         SourceBytes start = StartOf(work, row);
         if (odd) std::memcpy(to, start.from, size_t(bytes));
-        DoubleRow({start.from + odd * bytes, start.ahead}, to + odd * bytes, work.width - odd, bytes, stream, level);
+        DoubleRow({start.from + odd * bytes, start.ahead, 0}, to + odd * bytes, work.width - odd, bytes, stream, level);
     }
 };
 

@@ -20,10 +20,11 @@ struct Sampling {
     i64 startX, stepX, startY, stepY;
 };
 
-// Source bytes of a row, and how far the row that comes next lies from them: kernels ask for its lines while they work.
+// Source bytes of a row, and how far the row that comes next lies from this one on both sides: kernels ask for its
+// lines while they work.
 struct SourceBytes {
     const u8* from;
-    i64 ahead;
+    i64 ahead, targetAhead;
 };
 
 // Moves the pixels with the kernels of `level`; big work is spread over the processors when the library's own thread

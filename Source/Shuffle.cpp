@@ -161,7 +161,7 @@ KQ_TARGET_AVX512 void PermuteRow(const WideTable& table, const SourceBytes& row,
     // Where bytes stay, the target is fetched whatever is done, and is asked for ahead.
     for (; table.rule.stay != 0 && entry <= whole; ++entry, place += 64) {
         PrefetchWindow<registers>(from + table.window[entry] + row.ahead);
-        PrefetchForWrite(place + 1024);
+        PrefetchForWrite(place + row.targetAhead);
         _mm512_mask_storeu_epi8(place, ~table.rule.stay, Permuted<registers>(table, entry, from));
     }
     for (; entry <= whole; ++entry, place += 64) {
