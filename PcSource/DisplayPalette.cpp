@@ -63,7 +63,7 @@ void BuildDisplayPalette(const pal::PaletteEntry system[256], i32 staticColours,
 }
 
 void StartDisplay() {
-    NoteOwnThread();
+    NoteOwnThread(true);
     KQEnv->DrawDib = pal::OpenDibDrawing();
     KQEnv->DisplayPalette = MakeDisplayPalette();
     if (KQEnv->DisplayPalette && !pal::SetDibDrawingPalette(KQEnv->DrawDib, KQEnv->DisplayPalette))
@@ -71,6 +71,7 @@ void StartDisplay() {
 }
 
 void StopDisplay() {
+    NoteOwnThread(false);
     pal::CloseDibDrawing(KQEnv->DrawDib);
     KQEnv->DrawDib = nullptr;
     pal::DeletePaletteHandle(KQEnv->DisplayPalette);
