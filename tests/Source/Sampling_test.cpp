@@ -74,22 +74,22 @@ struct Rows {
     i64 size;
 };
 
-// One random work of up to `mostWidth` target columns, checked at every level.
-void CheckRandomWork(Random* random, Form from, Form to, i64 mostWidth, i64 mostRows) {
-    i64 width = random->From(1, mostWidth), rows = random->From(1, mostRows);
-    i64 fromBytes = kq::PixelBytes(from);
-    if (from == Form::Bgr && random->Coin()) fromBytes = random->Coin() ? 4 : 3;
-    i64 stepX = random->From(0, 2) ? random->From(0, 4 * 65536) : 65536;
-    i64 stepY = random->Coin() ? 65536 : random->From(0, 3 * 65536);
-    i64 startX = random->Coin() ? 0 : random->From(0, 5 * 65536), startY = random->From(0, 65536);
-    i64 columns = ((startX + (width - 1) * stepX) >> 16) + 1 + random->From(0, 3);
-    i64 lines = ((startY + (rows - 1) * stepY) >> 16) + 1;
+// Where a work takes its columns and rows.
+struct Steps {
+    i64 startX, stepX, startY, stepY;
+};
+
+// One work on random bytes, whose source rows have `spare` columns behind the last one that is taken, checked at every
+// level.
+void CheckWork(Random* random, Form from, Form to, i64 fromBytes, i64 width, i64 rows, const Steps& steps, i64 spare) {
+    i64 columns = ((steps.startX + (width - 1) * steps.stepX) >> 16) + 1 + spare;
+    i64 lines = ((steps.startY + (rows - 1) * steps.stepY) >> 16) + 1;
     Rows source(columns * fromBytes, lines, random), target(width * kq::PixelBytes(to), rows, random);
     Guarded sourceBytes(size_t(source.size), random->Coin());
     random->Fill(sourceBytes.Data(), sourceBytes.Size());
     bool atEnd = random->Coin();
     for (Simd level : Levels()) {
-        TargetPair pair(size_t(target.size), atEnd, random);
+        TargetPair pair(size_t(target.size), atEnd, target.size < 1000000 ? random : nullptr);
         kq::Sampling work{sourceBytes.Data() + source.first,
                           source.step,
                           columns * fromBytes,
@@ -98,16 +98,27 @@ void CheckRandomWork(Random* random, Form from, Form to, i64 mostWidth, i64 most
                           target.step,
                           width,
                           rows,
-                          startX,
-                          stepX,
-                          startY,
-                          stepY};
+                          steps.startX,
+                          steps.stepX,
+                          steps.startY,
+                          steps.stepY};
         kq::SamplePlain(work, from, to);
         work.to = pair.fast.Data() + target.first;
         kq::SamplePixels(work, from, to, level);
         ASSERT_TRUE(pair.Same()) << "form " << int(from) << " to " << int(to) << " level " << int(level) << ' ' << width
-                                 << " x " << rows << " step " << stepX;
+                                 << " x " << rows << " start " << steps.startX << " step " << steps.stepX;
     }
+}
+
+// One random work of up to `mostWidth` target columns.
+void CheckRandomWork(Random* random, Form from, Form to, i64 mostWidth, i64 mostRows) {
+    i64 width = random->From(1, mostWidth), rows = random->From(1, mostRows);
+    i64 fromBytes = kq::PixelBytes(from);
+    if (from == Form::Bgr && random->Coin()) fromBytes = random->Coin() ? 4 : 3;
+    i64 stepX = random->From(0, 2) ? random->From(0, 4 * 65536) : 65536;
+    i64 stepY = random->Coin() ? 65536 : random->From(0, 3 * 65536);
+    i64 startX = random->Coin() ? 0 : random->From(0, 5 * 65536), startY = random->From(0, 65536);
+    CheckWork(random, from, to, fromBytes, width, rows, {startX, stepX, startY, stepY}, random->From(0, 3));
 }
 
 TEST_F(Sampling, EveryPairOfFormsEqualsThePlainOneOnRandomWork) {
@@ -222,33 +233,9 @@ TEST_F(Sampling, BigSharedTargetsEqualThePlainOnes) {
 
 // Every second pixel or every pixel twice, from any half pixel on, with rows that end where the last pixel does.
 void CheckEven(Random* random, Form form, i64 width, i64 rows, i64 stepX) {
-    i64 bytes = kq::PixelBytes(form), startX = random->From(0, 6) * 32768 + random->From(0, 1) * 77;
-    i64 stepY = random->Coin() ? stepX : 65536, startY = random->From(0, 65535);
-    i64 columns = ((startX + (width - 1) * stepX) >> 16) + 1, lines = ((startY + (rows - 1) * stepY) >> 16) + 1;
-    Rows source(columns * bytes, lines, random), target(width * bytes, rows, random);
-    Guarded sourceBytes(size_t(source.size), random->Coin());
-    random->Fill(sourceBytes.Data(), sourceBytes.Size());
-    bool atEnd = random->Coin();
-    for (Simd level : Levels()) {
-        TargetPair pair(size_t(target.size), atEnd, nullptr);
-        kq::Sampling work{sourceBytes.Data() + source.first,
-                          source.step,
-                          columns * bytes,
-                          i32(bytes),
-                          pair.plain.Data() + target.first,
-                          target.step,
-                          width,
-                          rows,
-                          startX,
-                          stepX,
-                          startY,
-                          stepY};
-        kq::SamplePlain(work, form, form);
-        work.to = pair.fast.Data() + target.first;
-        kq::SamplePixels(work, form, form, level);
-        ASSERT_TRUE(pair.Same()) << "form " << int(form) << " level " << int(level) << ' ' << width << " x " << rows
-                                 << " start " << startX << " step " << stepX;
-    }
+    i64 startX = random->From(0, 6) * 32768 + random->From(0, 1) * 77, startY = random->From(0, 65535);
+    Steps steps{startX, stepX, startY, random->Coin() ? stepX : 65536};
+    CheckWork(random, form, form, kq::PixelBytes(form), width, rows, steps, 0);
 }
 
 TEST_F(Sampling, HalvesAndDoublesEqualThePlainOnes) {
