@@ -63,7 +63,7 @@ void BuildDisplayPalette(const pal::PaletteEntry system[256], i32 staticColours,
 }
 
 void OpenDrawing() {
-    NoteOwnThread();
+    NoteOwnThread(true);
     KQEnv->DrawDib = pal::OpenDibDrawing();
     KQEnv->DisplayPalette = MakeDisplayPalette();
 }
@@ -74,6 +74,7 @@ void UseDisplayPalette() {
 }
 
 void CloseDrawing() {
+    NoteOwnThread(false);
     pal::CloseDibDrawing(KQEnv->DrawDib);
     KQEnv->DrawDib = nullptr;
 }

@@ -50,7 +50,7 @@ void SetNativeFormat(KQNativeBitmap* bitmap, i32 width, i32 height, i32 depth) {
     bitmap->height = height;
     bitmap->depth = depth;
     bitmap->pixelBytes = depth / 8;
-    i32 stride = (width * bitmap->pixelBytes + 3) & ~3;
+    i32 stride = i32((i64(width) * depth / 8 + 3) & ~i64(3));
     bitmap->rowBytes = -stride;
     bitmap->dataSize = stride * height;
     bitmap->firstRowOffset = bitmap->dataSize - stride;
@@ -112,6 +112,8 @@ void WriteFloatPixelKQ(KQNativeBitmap* bitmap, i32 x, i32 y, const KQFloatRGB* c
 }
 
 void FillBitmapKQ(KQNativeBitmap* bitmap, u32 colour) {
+    // An empty bitmap has no top row to start from.
+    if (bitmap->width <= 0 || bitmap->height <= 0) return;
     u8 red = u8(colour >> 16), green = u8(colour >> 8), blue = u8(colour);
     if (bitmap->depth == 8) {
         std::memset(bitmap->data, red, size_t(bitmap->dataSize));

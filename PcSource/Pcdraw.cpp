@@ -1,6 +1,7 @@
 // Native bitmaps and the display: its format, bitmaps that are drawing targets, drawing, and image resources.
 #define KQ_MODULE "PcSource/Pcdraw"
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 
 #include "PcSource/NativeRecord.h"
@@ -35,18 +36,17 @@ private:
 };
 
 // The record's header as the display's operations take it; both have the layout of the display's own.
-const pal::DibHeader* DibOf(const KQNativeBitmap* bitmap) {
-    static_assert(sizeof(pal::DibHeader) == sizeof(KQBitmapHeader));
+pal::DibHeader DibOf(const KQNativeBitmap* bitmap) {
     static_assert(offsetof(pal::DibHeader, bitCount) == offsetof(KQBitmapHeader, bitCount));
     static_assert(offsetof(pal::DibHeader, imageSize) == offsetof(KQBitmapHeader, imageSize));
     static_assert(offsetof(pal::DibHeader, coloursImportant) == offsetof(KQBitmapHeader, coloursImportant));
-    return reinterpret_cast<const pal::DibHeader*>(&bitmap->header);
+    return std::bit_cast<pal::DibHeader>(bitmap->header);
 }
 
 pal::DibRequest RequestFor(i32 width, i32 height, i32 bits) {
     KQNativeBitmap bitmap{};
     kq::SetNativeFormat(&bitmap, width, height, bits);
-    return {*DibOf(&bitmap), 0};
+    return {DibOf(&bitmap), 0};
 }
 
 // Moves a negative start to 0 and takes it off the size.
@@ -115,7 +115,8 @@ KQNativeBitmap* AllocDDBitmapKQ(i32 width, i32 height, i32) {
     kq::SetNativeFormat(bitmap, width, height, depth);
     void* pixels = nullptr;
     void* screen = pal::TakeScreenContext();
-    bitmap->sectionHandle = pal::MakeSection(screen, DibOf(bitmap), &pixels);
+    pal::DibHeader header = DibOf(bitmap);
+    bitmap->sectionHandle = pal::MakeSection(screen, &header, &pixels);
     pal::ReleaseScreenContext(screen);
     bitmap->data = static_cast<u8*>(pixels);
     if (bitmap->sectionHandle) return bitmap;
@@ -131,7 +132,8 @@ void DrawBitmapKQ(KQDrawInfo* draw, const KQNativeBitmap* bitmap, i32 x, i32 y) 
         BitmapContext source(draw->deviceContext, bitmap->sectionHandle);
         pal::BlitPixels(draw->deviceContext, to, source.Get(), 0, 0);
     } else {
-        pal::DrawDibPixels(KQEnv->DrawDib, draw->deviceContext, to, DibOf(bitmap), bitmap->data,
+        pal::DibHeader header = DibOf(bitmap);
+        pal::DrawDibPixels(KQEnv->DrawDib, draw->deviceContext, to, &header, bitmap->data,
                            {0, 0, bitmap->width, bitmap->height});
     }
 }
@@ -144,7 +146,8 @@ void StretchBitmapKQ(KQDrawInfo* draw, const KQNativeBitmap* bitmap, i32 sourceX
         BitmapContext source(draw->deviceContext, bitmap->sectionHandle);
         pal::StretchPixels(draw->deviceContext, to, source.Get(), from);
     } else if (CutStretch(&from, &to)) {
-        pal::DrawDibPixels(KQEnv->DrawDib, draw->deviceContext, to, DibOf(bitmap), bitmap->data, from);
+        pal::DibHeader header = DibOf(bitmap);
+        pal::DrawDibPixels(KQEnv->DrawDib, draw->deviceContext, to, &header, bitmap->data, from);
     }
 }
 

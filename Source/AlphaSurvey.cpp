@@ -32,22 +32,24 @@ KQ_LOOP Counts CountPartLoop(const u32* pixels, size_t count, u32 zero, u32 one)
 
 static Counts CountPart(const u32* pixels, size_t count, u32 zero, u32 one);
 
-KQ_VECTOR_FORMS(Counts, CountPart, (const u32* pixels, size_t count, u32 zero, u32 one),
-                (pixels, count, zero, one))
+KQ_VECTOR_FORMS(Counts, CountPart, (const u32* pixels, size_t count, u32 zero, u32 one), (pixels, count, zero, one))
 
 // Nonzero when some pixel of the part does not fit. With t the part of the matte in the pixel, out of 255, a channel c
-// fits from (m * t - 255) / 255 to (m * t + slack) / 255.
+// fits from (m * t - 255) / 255 to (m * t + slack) / 255. Either end shows in a sign, and the signs are gathered.
 KQ_LOOP u32 MisfitsLoop(const u32* pixels, size_t count, u32 matte, u32 inverted) {
     i32 red = i32(matte >> 8 & 255), green = i32(matte >> 16 & 255), blue = i32(matte >> 24);
     u32 flip = inverted ? 255 : 0;
-    u32 misfits = 0;
+    i32 signs = 0;
     for (size_t i = 0; i < count; ++i) {
         u32 v = pixels[i];
-        i32 a = i32((v & 255) ^ flip), t = 255 - a, slack = (a + 1) * 255;
-        auto misfit = [=](i32 c, i32 m) { return u32(c * 255 > m * t + slack) | u32(c * 255 < m * t - 255); };
-        misfits |= misfit(i32(v >> 8 & 255), red) | misfit(i32(v >> 16 & 255), green) | misfit(i32(v >> 24), blue);
+        i32 a = i32((v & 255) ^ flip), t = 255 - a, range = (a + 2) * 255;
+        auto outside = [=](i32 c, i32 m) {
+            i32 above = c * 255 - m * t + 255;
+            return above | (range - above);
+        };
+        signs |= outside(i32(v >> 8 & 255), red) | outside(i32(v >> 16 & 255), green) | outside(i32(v >> 24), blue);
     }
-    return misfits;
+    return u32(signs) >> 31;
 }
 
 static u32 Misfits(const u32* pixels, size_t count, u32 matte, u32 inverted);

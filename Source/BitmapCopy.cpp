@@ -1,7 +1,8 @@
 // Copies between portable and native bitmaps, all reduced to one walk over the rows of two blocks.
 //
 // The calls clip by the target alone and leave the source's columns to the caller; here every row is cut to the memory
-// that both bitmaps own, so that a wrong rectangle reads a neighbouring row at worst.
+// that both bitmaps own, so that a wrong rectangle reads a neighbouring row at worst. Rows that are padded are cut at
+// their own ends: padding holds no pixels.
 #include "Source/BitmapCopy.h"
 
 #include <algorithm>
@@ -29,6 +30,15 @@ i64 EdgeOf(i64 start, i64 size) {
     return std::clamp(start, -kFar, kFar) + std::clamp(size, -kFar, kFar);
 }
 
+// Cuts a run of `count` pixels that starts in column `x` to the row's own columns, where the row is padded. Returns how
+// many fall out at the front.
+i64 CutPadding(const Block& block, i64 x, i64* count) {
+    if (!block.Padded()) return 0;
+    i64 front = std::max<i64>(0, -x);
+    *count = std::min(*count, block.width - x) - front;
+    return front;
+}
+
 // Rows that both bitmaps have, cut to the memory of both: `run` moves `count` pixels from one address to the other.
 template <class Run>
 void WalkRows(const Block& source, const Block& target, const CopyPlan& plan, i64 sourceBytes, i64 targetBytes,
@@ -36,9 +46,9 @@ void WalkRows(const Block& source, const Block& target, const CopyPlan& plan, i6
     i64 top = std::max<i64>({0, -plan.sourceY, -plan.targetY});
     i64 bottom = std::min({plan.height, source.height - plan.sourceY, target.height - plan.targetY});
     for (i64 y = top; y < bottom; ++y) {
-        i64 from = source.Offset(plan.sourceX, plan.sourceY + y);
-        i64 to = target.Offset(plan.targetX, plan.targetY + y);
-        i64 count = plan.width;
+        i64 count = plan.width, cut = CutPadding(source, plan.sourceX, &count);
+        i64 from = source.Offset(plan.sourceX + cut, plan.sourceY + y);
+        i64 to = target.Offset(plan.targetX + cut, plan.targetY + y);
         i64 front = CutRun(from, source.pixelBytes, sourceBytes, source.size, &count);
         from += front * source.pixelBytes;
         to += front * target.pixelBytes;
@@ -174,7 +184,7 @@ void CopyBitmapKQ(const KQBitmap* source, KQBitmap* target, i32 sourceX, i32 sou
         kq::CopyBlock(source->data, target->data, std::min(source->dataSize, target->dataSize));
         return;
     }
-    if (source->depth != target->depth) return;
+    if (source->depth != target->depth || (source->depth != 32 && source->depth != 8)) return;
     kq::Block from = kq::BlockOf(*source), to = kq::BlockOf(*target);
     kq::Form form = source->depth == 32 ? kq::Form::Argb : kq::Form::Byte;
     // Within one bitmap the pixels move one by one, so that a row pushed to the right repeats its start.

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "Source/Frames.h"
+#include "Source/Parallel.h"
 #include "Source/RowFilter.h"
 #include "kq/environment.h"
 
@@ -38,6 +39,25 @@ Interval::Interval(const FrameRequest& request, f64 least) {
 
 // The weight in 16 bits. What a rate or time that makes no sense gives is held to 0 to one.
 Weight Cut(f64 weight) { return Weight(std::clamp(TruncateToI32(weight * 65536.0), 0, 65536)); }
+
+// BlendRows over a whole bitmap, on all processors where it is large. The sources lie in bitmaps of the same size.
+void BlendShared(const KQBitmap& target, const u8* const* sources, const Weight* weights, int count) {
+    struct Work {
+        const KQBitmap& target;
+        const u8* const* sources;
+        const Weight* weights;
+        int count;
+    } all{target, sources, weights, count};
+    auto rows = [](i64 top, i64 bottom, const void* data) {
+        auto& work = *static_cast<const Work*>(data);
+        i64 start = top * work.target.rowBytes;
+        const u8* parts[kMostBlended];
+        for (int k = 0; k < work.count; ++k) parts[k] = work.sources[k] + start;
+        BlendRows(work.target.data + start, parts, work.weights, work.count,
+                  size_t((bottom - top) * work.target.rowBytes));
+    };
+    ShareRows(rows, &all, target.height, i64(target.width) * target.height);
+}
 
 // The target of a blend by frames with the frames that wait to be added to it. Frames are summed several at a time,
 // since a pass over memory costs as much as the frames that it reads.
@@ -96,8 +116,7 @@ void FrameSum::Add(i32 frame, f64 weight) {
 void FrameSum::Finish() {
     const u8* sources[kMostBlended] = {target_->data};
     for (int i = 0; i < waiting_; ++i) sources[i + 1] = work_[i]->data;
-    if (waiting_ > 0 || weights_[0] != 65536)
-        BlendRows(target_->data, sources, weights_, waiting_ + 1, size_t(target_->dataSize));
+    if (waiting_ > 0 || weights_[0] != 65536) BlendShared(*target_, sources, weights_, waiting_ + 1);
     weights_[0] = 65536;
     waiting_ = 0;
 }

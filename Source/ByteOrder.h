@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "Source/Cpu.h"
+#include "Source/Simd.h"
 
 namespace kq {
 

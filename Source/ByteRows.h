@@ -1,7 +1,7 @@
 // Rows of plain bytes: copies and fills of whole blocks and of rectangles.
 #pragma once
 
-#include "Source/Cpu.h"
+#include "Source/Simd.h"
 
 namespace kq {
 

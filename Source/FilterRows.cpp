@@ -1,10 +1,12 @@
 // The row filters of a fetched frame: one field interpolated to a frame, and vertical smoothing. They work in place on
 // whole rows, alpha like the colours; a frame of one row stays as it is.
 #define KQ_MODULE "Source/FilterRows"
+#include <algorithm>
 #include <cstring>
 
 #include "Source/Alloc.h"
 #include "Source/Frames.h"
+#include "Source/Parallel.h"
 #include "Source/RowFilter.h"
 
 namespace kq {
@@ -19,8 +21,20 @@ void CopyRow(KQBitmap* bitmap, i32 from, i32 to) {
 
 // Interpolates every second row from `first` on that has neighbours above and below.
 void Interpolate(KQBitmap* bitmap, i32 first) {
-    for (i32 y = first; y + 1 < bitmap->height; y += 2)
-        AverageRows(Row(bitmap, y), Row(bitmap, y - 1), Row(bitmap, y + 1), size_t(bitmap->rowBytes));
+    struct Work {
+        KQBitmap* bitmap;
+        i32 first;
+    } all{bitmap, first};
+    auto rows = [](i64 top, i64 bottom, const void* data) {
+        auto& work = *static_cast<const Work*>(data);
+        for (i64 k = top; k < bottom; ++k) {
+            i32 y = i32(work.first + 2 * k);
+            AverageRows(Row(work.bitmap, y), Row(work.bitmap, y - 1), Row(work.bitmap, y + 1),
+                        size_t(work.bitmap->rowBytes));
+        }
+    };
+    i64 count = std::max<i64>(0, (i64(bitmap->height) - first) / 2);
+    ShareRows(rows, &all, count, i64(bitmap->width) * bitmap->height);
 }
 
 void KeepEvenRows(KQBitmap* bitmap) {

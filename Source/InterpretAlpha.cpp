@@ -7,6 +7,7 @@
 
 #include "Source/AlphaRows.h"
 #include "Source/Frames.h"
+#include "Source/Parallel.h"
 #include "kq/frames.h"
 #include "kq/nativebitmap.h"
 
@@ -119,24 +120,45 @@ void PutNative(const u32* pixels, i32 count, u8* at, i32 depth) {
 }   // namespace
 
 void ReadAlpha(const KQClip* clip, KQBitmap* bitmap, const Area& area) {
-    if (area.right <= area.left) return;
-    bool wholeRows = area.left == 0 && area.right == bitmap->width;
-    size_t width = size_t(area.right - area.left);
-    if (wholeRows && area.bottom > area.top)
-        return ReadAlphaRow(clip, Row(bitmap, area.top), width * size_t(area.bottom - area.top));
-    for (i32 y = area.top; y < area.bottom; ++y) ReadAlphaRow(clip, Row(bitmap, y) + area.left, width);
+    if (area.right <= area.left || area.bottom <= area.top) return;
+    struct Work {
+        const KQClip* clip;
+        KQBitmap* bitmap;
+        const Area& area;
+        size_t width;
+    } all{clip, bitmap, area, size_t(area.right - area.left)};
+    auto rows = [](i64 top, i64 bottom, const void* data) {
+        auto& work = *static_cast<const Work*>(data);
+        u32* first = Row(work.bitmap, i32(work.area.top + top)) + work.area.left;
+        if (work.width == size_t(work.bitmap->width))
+            return ReadAlphaRow(work.clip, first, work.width * size_t(bottom - top));
+        for (i64 y = top; y < bottom; ++y)
+            ReadAlphaRow(work.clip, Row(work.bitmap, i32(work.area.top + y)) + work.area.left, work.width);
+    };
+    ShareRows(rows, &all, area.bottom - area.top, i64(all.width) * (area.bottom - area.top));
 }
 
 }   // namespace kq
 
 int Interpret_Alpha(const KQClip* clip, const KQBitmap* source, KQBitmap* target, const KQRectT<long>*) {
     if (!clip || !source || !target || source->depth != 32 || target->depth != 32) return 0;
-    i32 width = std::min(source->width, target->width), height = std::min(source->height, target->height);
-    if (width == source->width && width == target->width) {
-        kq::WriteAlphaRow(clip, kq::Row(source, 0), kq::Row(target, 0), size_t(width) * size_t(height));
-        return 1;
-    }
-    for (i32 y = 0; y < height; ++y) kq::WriteAlphaRow(clip, kq::Row(source, y), kq::Row(target, y), size_t(width));
+    struct Work {
+        const KQClip* clip;
+        const KQBitmap* source;
+        KQBitmap* target;
+        i32 width;
+    } all{clip, source, target, std::min(source->width, target->width)};
+    auto rows = [](i64 top, i64 bottom, const void* data) {
+        auto& work = *static_cast<const Work*>(data);
+        auto write = [&work](i64 y, size_t count) {
+            kq::WriteAlphaRow(work.clip, kq::Row(work.source, i32(y)), kq::Row(work.target, i32(y)), count);
+        };
+        if (work.width == work.source->width && work.width == work.target->width)
+            return write(top, size_t(work.width) * size_t(bottom - top));
+        for (i64 y = top; y < bottom; ++y) write(y, size_t(work.width));
+    };
+    i32 height = std::min(source->height, target->height);
+    kq::ShareRows(rows, &all, height, i64(all.width) * height);
     return 1;
 }
 

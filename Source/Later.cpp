@@ -1,5 +1,5 @@
-// Steps of start-up and clean-up, and calls of the event pump and of scans, whose services this build does not have yet: each is
-// empty, and moves to its module when that lands. They stand in the order in which they are called.
+// Steps of start-up and clean-up, and calls of the event pump and of scans, whose services this build does not have yet:
+// each is empty, and moves to its module when that lands. They stand in the order in which they are called.
 #include "Source/Formats.h"
 #include "Source/Startup.h"
 

@@ -40,6 +40,6 @@ void ShareRows(RangeRoutine routine, const void* data, i64 rows, i64 pixels) {
     MPForkKQ(DoSlice, &work, GetProcessorsKQ());
 }
 
-void NoteOwnThread() { ownThread = true; }
+void NoteOwnThread(bool own) { ownThread = own; }
 
 }   // namespace kq

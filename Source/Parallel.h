@@ -12,7 +12,7 @@ using RangeRoutine = void (*)(i64 top, i64 bottom, const void* data);
 // thread may use them, else in the calling thread.
 void ShareRows(RangeRoutine routine, const void* data, i64 rows, i64 pixels);
 
-// Notes that the calling thread is the library's own, which alone may use all processors.
-void NoteOwnThread();
+// Notes that the calling thread is the library's own, which alone may use all processors, or that it is so no longer.
+void NoteOwnThread(bool own);
 
 }   // namespace kq

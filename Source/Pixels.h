@@ -40,6 +40,9 @@ struct Block {
     i32 width, height;
 
     i64 Offset(i64 x, i64 y) const { return first + y * rowBytes + x * pixelBytes; }
+
+    // Whether rows end in bytes that are no pixels, which nobody reads.
+    bool Padded() const { return rowBytes != i64(width) * pixelBytes && -rowBytes != i64(width) * pixelBytes; }
 };
 
 template <class Bitmap>

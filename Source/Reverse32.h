@@ -7,7 +7,7 @@ namespace kq {
 
 // `count` portable pixels to native ones, whose fourth bytes are left alone, and back with alpha 255. `stream` puts a
 // portable target past the caches.
-void ReverseToNative(const u8* from, u8* to, i64 count, Simd level);
-void ReverseToPortable(const u8* from, u8* to, i64 count, bool stream, Simd level);
+void ReverseToNative(const SourceBytes& row, u8* to, i64 count, Simd level);
+void ReverseToPortable(const SourceBytes& row, u8* to, i64 count, bool stream, Simd level);
 
 }   // namespace kq

@@ -1,19 +1,36 @@
 // See RowFilter.h. Each loop is written so that the compiler vectorises it: no branch, no carried value, the row's
-// ends without special cases.
+// ends without special cases. Two are written out beside it, whose bytes the compiler would widen the long way.
 #include "Source/RowFilter.h"
 
 #include <algorithm>
 
 #include "Source/Simd.h"
+#include "Source/StringStores.h"
 
 namespace kq {
 
-KQ_LOOP void AverageRowsLoop(u8* __restrict target, const u8* above, const u8* below, size_t bytes) {
-    for (size_t i = 0; i < bytes; ++i) target[i] = u8((u32(above[i]) + below[i]) >> 1);
+// The machine averages bytes upwards; where that rounded, one is too many.
+KQ_LOOP void AveragesLoop(u8* __restrict target, const u8* above, const u8* below, size_t bytes) {
+    for (size_t i = 0; i < bytes; ++i)
+        target[i] = u8(u8((u32(above[i]) + below[i] + 1) >> 1) - ((above[i] ^ below[i]) & 1));
 }
 
-KQ_VECTOR_FORMS(void, AverageRows, (u8 * target, const u8* above, const u8* below, size_t bytes),
+static void Averages(u8* target, const u8* above, const u8* below, size_t bytes);
+
+KQ_VECTOR_FORMS(void, Averages, (u8 * target, const u8* above, const u8* below, size_t bytes),
                 (target, above, below, bytes))
+
+// In pieces, each of which asks for the next one.
+void AverageRows(u8* target, const u8* above, const u8* below, size_t bytes) {
+    constexpr size_t kPiece = 1024;
+    for (size_t at = 0; at < bytes; at += kPiece) {
+        for (size_t line = kPiece; line < 2 * kPiece; line += 64) {
+            PrefetchForRead(below + at + line);
+            PrefetchForWrite(target + at + line);
+        }
+        Averages(target + at, above + at, below + at, std::min(kPiece, bytes - at));
+    }
+}
 
 KQ_LOOP void SmoothRowLoop(u8* __restrict row, u8* __restrict above, const u8* __restrict below, size_t bytes) {
     for (size_t i = 0; i < bytes; ++i) {
@@ -70,7 +87,7 @@ __attribute__((always_inline)) inline void BlendOf(u8* target, const u8* const* 
 
 }   // namespace
 
-KQ_LOOP void BlendRowsLoop(u8* target, const u8* const* sources, const Weight* weights, int count, size_t bytes) {
+KQ_LOOP void BlendAnyLoop(u8* target, const u8* const* sources, const Weight* weights, int count, size_t bytes) {
     switch (count) {
     case 1: return BlendOf<1>(target, sources, weights, bytes);
     case 2: return BlendOf<2>(target, sources, weights, bytes);
@@ -80,9 +97,107 @@ KQ_LOOP void BlendRowsLoop(u8* target, const u8* const* sources, const Weight* w
     }
 }
 
-KQ_VECTOR_FORMS(void, BlendRows,
-                (u8 * target, const u8* const* sources, const Weight* weights, int count, size_t bytes),
+static void BlendAny(u8* target, const u8* const* sources, const Weight* weights, int count, size_t bytes);
+
+KQ_VECTOR_FORMS(void, BlendAny, (u8 * target, const u8* const* sources, const Weight* weights, int count, size_t bytes),
                 (target, sources, weights, count, bytes))
+
+#if defined(KQ_SIMD_X86)
+
+namespace {
+
+// Asks for what two sources and a target need some steps later: the machine follows one stream by itself, three it
+// does not.
+inline void AskAhead(const u8* first, const u8* second, const u8* target) {
+    constexpr i64 kAhead = 2048;
+    PrefetchForRead(first + kAhead);
+    PrefetchForRead(second + kAhead);
+    PrefetchForWrite(target + kAhead);
+}
+
+// Whole registers of a blend of two frames without a weight of one; returns the bytes done. Bytes become words and back
+// within the lanes of a register, so that no order is lost.
+KQ_TARGET_AVX512 size_t BlendTwo512(u8* target, const u8* const* sources, const Weight* weights, size_t bytes) {
+    const u8 *first = sources[0], *second = sources[1];
+    const __m512i a = _mm512_set1_epi16(i16(weights[0])), b = _mm512_set1_epi16(i16(weights[1]));
+    const __m512i none = _mm512_setzero_si512(), byte = _mm512_set1_epi16(255);
+    size_t i = 0;
+    for (; i + 64 <= bytes; i += 64) {
+        AskAhead(first + i, second + i, target + i);
+        __m512i s = _mm512_loadu_si512(first + i), t = _mm512_loadu_si512(second + i);
+        __m512i low = _mm512_add_epi16(_mm512_mulhi_epu16(_mm512_unpacklo_epi8(s, none), a),
+                                       _mm512_mulhi_epu16(_mm512_unpacklo_epi8(t, none), b));
+        __m512i high = _mm512_add_epi16(_mm512_mulhi_epu16(_mm512_unpackhi_epi8(s, none), a),
+                                        _mm512_mulhi_epu16(_mm512_unpackhi_epi8(t, none), b));
+        _mm512_storeu_si512(target + i, _mm512_packus_epi16(_mm512_and_si512(low, byte), _mm512_and_si512(high, byte)));
+    }
+    return i;
+}
+
+KQ_TARGET_AVX2 size_t BlendTwo256(u8* target, const u8* const* sources, const Weight* weights, size_t bytes) {
+    const u8 *first = sources[0], *second = sources[1];
+    const __m256i a = _mm256_set1_epi16(i16(weights[0])), b = _mm256_set1_epi16(i16(weights[1]));
+    const __m256i none = _mm256_setzero_si256(), byte = _mm256_set1_epi16(255);
+    size_t i = 0;
+    for (; i + 32 <= bytes; i += 32) {
+        AskAhead(first + i, second + i, target + i);
+        __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(first + i));
+        __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(second + i));
+        __m256i low = _mm256_add_epi16(_mm256_mulhi_epu16(_mm256_unpacklo_epi8(s, none), a),
+                                       _mm256_mulhi_epu16(_mm256_unpacklo_epi8(t, none), b));
+        __m256i high = _mm256_add_epi16(_mm256_mulhi_epu16(_mm256_unpackhi_epi8(s, none), a),
+                                        _mm256_mulhi_epu16(_mm256_unpackhi_epi8(t, none), b));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(target + i),
+                            _mm256_packus_epi16(_mm256_and_si256(low, byte), _mm256_and_si256(high, byte)));
+    }
+    return i;
+}
+
+// The differences of whole registers of pixels, alpha left out; notes the pixels done.
+KQ_TARGET_AVX512 u64 Difference512(const u8* one, const u8* other, size_t pixels, size_t* done) {
+    const __m512i colours = _mm512_set1_epi32(i32(0xFFFFFF00));
+    __m512i sum = _mm512_setzero_si512();
+    size_t i = 0;
+    for (; i + 16 <= pixels; i += 16) {
+        __m512i a = _mm512_and_si512(_mm512_loadu_si512(one + i * 4), colours);
+        __m512i b = _mm512_and_si512(_mm512_loadu_si512(other + i * 4), colours);
+        sum = _mm512_add_epi64(sum, _mm512_sad_epu8(a, b));
+    }
+    *done = i;
+    return u64(_mm512_reduce_add_epi64(sum));
+}
+
+KQ_TARGET_AVX2 u64 Difference256(const u8* one, const u8* other, size_t pixels, size_t* done) {
+    const __m256i colours = _mm256_set1_epi32(i32(0xFFFFFF00));
+    __m256i sum = _mm256_setzero_si256();
+    size_t i = 0;
+    for (; i + 8 <= pixels; i += 8) {
+        __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(one + i * 4));
+        __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(other + i * 4));
+        sum = _mm256_add_epi64(sum, _mm256_sad_epu8(_mm256_and_si256(a, colours), _mm256_and_si256(b, colours)));
+    }
+    *done = i;
+    return u64(_mm256_extract_epi64(sum, 0)) + u64(_mm256_extract_epi64(sum, 1)) + u64(_mm256_extract_epi64(sum, 2)) +
+           u64(_mm256_extract_epi64(sum, 3));
+}
+
+}   // namespace
+
+#endif
+
+void BlendRows(u8* target, const u8* const* sources, const Weight* weights, int count, size_t bytes) {
+    size_t done = 0;
+#if defined(KQ_SIMD_X86)
+    if (count == 2 && weights[0] <= 65535 && weights[1] <= 65535) {
+        if (SimdInUse() == Simd::Avx512) done = BlendTwo512(target, sources, weights, bytes);
+        if (SimdInUse() == Simd::Avx2) done = BlendTwo256(target, sources, weights, bytes);
+    }
+#endif
+    if (done == bytes) return;
+    const u8* rest[kMostBlended];
+    for (int k = 0; k < count; ++k) rest[k] = sources[k] + done;
+    BlendAny(target + done, rest, weights, count, bytes - done);
+}
 
 KQ_LOOP void SetFieldRowLoop(u8* __restrict target, const FieldRow& from, size_t bytes) {
     const u8 *above = from.above, *row = from.row, *below = from.below;
@@ -102,27 +217,27 @@ KQ_LOOP void AddFieldRowLoop(u8* __restrict target, const FieldRow& from, size_t
 
 KQ_VECTOR_FORMS(void, AddFieldRow, (u8 * target, const FieldRow& from, size_t bytes), (target, from, bytes))
 
-// Sums of up to 2^20 pixels fit 32 bits: 3 * 255 * 2^20 < 2^32.
-KQ_LOOP u32 PartDifferenceLoop(const u8* one, const u8* other, size_t pixels) {
-    u32 sum = 0;
+namespace {
+
+u64 DifferencePlain(const u8* one, const u8* other, size_t pixels) {
+    u64 sum = 0;
     for (size_t i = 0; i < pixels * 4; ++i) {
         int difference = int(one[i]) - int(other[i]);
-        u32 colour = (i & 3) ? 1 : 0;
-        sum += u32(difference < 0 ? -difference : difference) * colour;
+        if (i & 3) sum += u64(difference < 0 ? -difference : difference);
     }
     return sum;
 }
 
-static u32 PartDifference(const u8* one, const u8* other, size_t pixels);
-
-KQ_VECTOR_FORMS(u32, PartDifference, (const u8* one, const u8* other, size_t pixels), (one, other, pixels))
+}   // namespace
 
 u64 ColourDifference(const u8* one, const u8* other, size_t pixels) {
-    constexpr size_t kPart = size_t(1) << 20;
+    size_t done = 0;
     u64 sum = 0;
-    for (size_t at = 0; at < pixels; at += kPart)
-        sum += PartDifference(one + at * 4, other + at * 4, std::min(kPart, pixels - at));
-    return sum;
+#if defined(KQ_SIMD_X86)
+    if (SimdInUse() == Simd::Avx512) sum = Difference512(one, other, pixels, &done);
+    if (SimdInUse() == Simd::Avx2) sum = Difference256(one, other, pixels, &done);
+#endif
+    return sum + DifferencePlain(one + done * 4, other + done * 4, pixels - done);
 }
 
 }   // namespace kq

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "Source/ByteRows.h"
+#include "Source/EvenSteps.h"
 #include "Source/Parallel.h"
 #include "Source/Reverse32.h"
 #include "Source/Shuffle.h"
@@ -59,6 +61,38 @@ RowsCall PlainRowsOf(Form from, Form to) {
     }
 }
 
+// A target that keeps bytes of its own is read, and in the caches then.
+bool WantsStream(const Sampling& work, Form to) {
+    return to != Form::Bgrx && work.width * PixelBytes(to) * work.rows >= kStreamBytes;
+}
+
+// A strip of columns whose target bytes a kernel makes row by row. The processors share its rows.
+template <class Kernel>
+struct Strip {
+    const Sampling& work;
+    const Kernel& kernel;
+    i64 first;    // target byte of a row where the strip starts
+    i64 pixels;   // of a row
+};
+
+// The machine reads on along a row by itself, but not from one row to the next, least of all upwards: each kernel asks
+// for the row behind its own.
+template <class Kernel>
+void StripRows(i64 top, i64 bottom, const void* data) {
+    auto& strip = *static_cast<const Strip<Kernel>*>(data);
+    for (i64 y = top; y < bottom; ++y) {
+        const u8* from = SourceRow(strip.work, y);
+        i64 next = std::min(y + 1, bottom - 1);
+        i64 ahead = SourceRow(strip.work, next) - from, targetAhead = (next - y) * strip.work.toStep;
+        strip.kernel({from, ahead, targetAhead}, TargetRow(strip.work, y) + strip.first);
+    }
+}
+
+template <class Kernel>
+void RunStrip(const Strip<Kernel>& strip) {
+    ShareRows(StripRows<Kernel>, &strip, strip.work.rows, strip.pixels * strip.work.rows);
+}
+
 // Bytes from a strip's start to the next aligned place, 1 to `size`, when all rows have it at the same place and it
 // falls between pixels (or between their bytes, where that is no matter). Else `size`, and nothing may be streamed.
 i64 HeadOf(const Sampling& work, const u8* strip, i64 targetBytes, i64 size, bool* aligned) {
@@ -67,33 +101,23 @@ i64 HeadOf(const Sampling& work, const u8* strip, i64 targetBytes, i64 size, boo
     return *aligned && gap > 0 ? gap : size;
 }
 
-// A target that is read, for the byte that stays, is in the caches already.
-bool WantsStream(const Sampling& work, Form to) {
-    return to != Form::Bgrx && work.width * PixelBytes(to) * work.rows >= kStreamBytes;
-}
-
-// One strip with its table, whose rows the processors share.
-template <class Table>
-struct StripWork {
-    const Sampling& work;
+struct WideKernel {
+    using Table = WideTable;
     const Table& table;
     i64 window;
-    i64 first;   // target byte of a row where the strip starts
     bool stream;
+
+    void operator()(const SourceBytes& from, u8* to) const { ShuffleRowAvx512(table, window, from, to, stream); }
 };
 
-void WideRows(i64 top, i64 bottom, const void* data) {
-    auto& strip = *static_cast<const StripWork<WideTable>*>(data);
-    for (i64 y = top; y < bottom; ++y)
-        ShuffleRowAvx512(strip.table, strip.window, SourceRow(strip.work, y), TargetRow(strip.work, y) + strip.first,
-                         strip.stream);
-}
+struct LaneKernel {
+    using Table = LaneTable;
+    const Table& table;
+    i64 window;
+    bool stream;
 
-void LaneRows(i64 top, i64 bottom, const void* data) {
-    auto& strip = *static_cast<const StripWork<LaneTable>*>(data);
-    for (i64 y = top; y < bottom; ++y)
-        ShuffleRowAvx2(strip.table, SourceRow(strip.work, y), TargetRow(strip.work, y) + strip.first, strip.stream);
-}
+    void operator()(const SourceBytes& from, u8* to) const { ShuffleRowAvx2(table, from, to, stream); }
+};
 
 // Makes the table with the narrowest window that holds every entry; 0 when none does.
 template <class Table>
@@ -104,120 +128,179 @@ i64 MakeNarrowest(const Sampling& work, Form from, Form to, i64 first, i64 count
     return 0;
 }
 
+// The columns from `first` on.
+Sampling From(const Sampling& work, Form to, i64 first) {
+    Sampling rest = work;
+    rest.to += first * PixelBytes(to);
+    rest.width -= first;
+    rest.startX += first * work.stepX;
+    return rest;
+}
+
 // Strip by strip, with one table for all rows of a strip. False when the first strip's bytes lie too far apart; a later
 // one, which may differ by a pixel, goes the plain way.
-template <class Table>
-bool SampleByTables(const Sampling& work, Form from, Form to, RowsCall plain, RangeRoutine rows) {
+template <class Kernel>
+bool SampleByTables(const Sampling& work, Form from, Form to, RowsCall plain) {
     i64 targetBytes = PixelBytes(to), most = kStripBytes / targetBytes;
     for (i64 first = 0; first < work.width; first += most) {
         i64 count = std::min(most, work.width - first);
-        Table table;
+        typename Kernel::Table table;
         bool aligned;
-        i64 head = HeadOf(work, work.to + first * targetBytes, targetBytes, Table::kSize, &aligned);
+        i64 head = HeadOf(work, work.to + first * targetBytes, targetBytes, Kernel::Table::kSize, &aligned);
         i64 window = MakeNarrowest(work, from, to, first, count, head, &table);
         if (window == 0 && first == 0) return false;
         if (window == 0) {
-            Sampling rest = work;
-            rest.to += first * targetBytes;
-            rest.width -= first;
-            rest.startX += first * work.stepX;
-            plain(rest, 0, work.rows);
+            plain(From(work, to, first), 0, work.rows);
             return true;
         }
-        StripWork<Table> strip{work, table, window, first * targetBytes, aligned && WantsStream(work, to)};
-        ShareRows(rows, &strip, work.rows, count * work.rows);
+        Kernel kernel{table, window, aligned && WantsStream(work, to)};
+        RunStrip<Kernel>({work, kernel, first * targetBytes, count});
     }
     return true;
 }
 
 bool SampleShuffled(const Sampling& work, Form from, Form to, RowsCall plain, Simd level) {
     if (level == Simd::Plain || work.rows < kTableRows || !IsShuffle(from, to)) return false;
-    if (level == Simd::Avx2) return SampleByTables<LaneTable>(work, from, to, plain, LaneRows);
-    return SampleByTables<WideTable>(work, from, to, plain, WideRows);
+    if (level == Simd::Avx2) return SampleByTables<LaneKernel>(work, from, to, plain);
+    return SampleByTables<WideKernel>(work, from, to, plain);
 }
 
-// Rows whose pixels follow each other on both sides.
-struct WordWork {
+// All columns at once, with a kernel that needs no table.
+template <class Kernel>
+void SampleRows(const Sampling& work, Form to, Simd level) {
+    Kernel kernel{work, WantsStream(work, to), level};
+    RunStrip<Kernel>({work, kernel, 0, work.width});
+}
+
+// The first source byte of a row's columns.
+SourceBytes StartOf(const Sampling& work, const SourceBytes& row) {
+    return {row.from + (work.startX >> 16) * work.fromBytes, row.ahead, row.targetAhead};
+}
+
+struct ToNativeKernel {
     const Sampling& work;
     bool stream;
     Simd level;
+
+    void operator()(const SourceBytes& row, u8* to) const {
+        ReverseToNative(StartOf(work, row), to, work.width, level);
+    }
 };
 
-void ToNativeRows(i64 top, i64 bottom, const void* data) {
-    auto& words = *static_cast<const WordWork*>(data);
-    for (i64 y = top; y < bottom; ++y)
-        ReverseToNative(SourceRow(words.work, y) + (words.work.startX >> 16) * 4, TargetRow(words.work, y),
-                        words.work.width, words.level);
-}
+struct ToPortableKernel {
+    const Sampling& work;
+    bool stream;
+    Simd level;
 
-void ToPortableRows(i64 top, i64 bottom, const void* data) {
-    auto& words = *static_cast<const WordWork*>(data);
-    for (i64 y = top; y < bottom; ++y)
-        ReverseToPortable(SourceRow(words.work, y) + (words.work.startX >> 16) * 4, TargetRow(words.work, y),
-                          words.work.width, words.stream, words.level);
-}
+    void operator()(const SourceBytes& row, u8* to) const {
+        ReverseToPortable(StartOf(work, row), to, work.width, stream, level);
+    }
+};
 
 // Between the two pixels of 32 bits, column by column.
 bool SampleReversed(const Sampling& work, Form from, Form to, Simd level) {
     bool toNative = from == Form::Argb && to == Form::Bgrx;
     bool toPortable = (from == Form::Bgrx || from == Form::Bgr) && to == Form::Argb;
     if (work.stepX != 65536 || work.fromBytes != 4 || !(toNative || toPortable)) return false;
-    WordWork words{work, WantsStream(work, to), level};
-    ShareRows(toNative ? ToNativeRows : ToPortableRows, &words, work.rows, work.width * work.rows);
+    toNative ? SampleRows<ToNativeKernel>(work, to, level) : SampleRows<ToPortableKernel>(work, to, level);
     return true;
 }
 
-void PackRows(i64 top, i64 bottom, const void* data) {
-    auto& words = *static_cast<const WordWork*>(data);
-    for (i64 y = top; y < bottom; ++y)
-        PackRow555(SourceRow(words.work, y) + (words.work.startX >> 16) * 4, TargetRow(words.work, y), words.work.width,
-                   words.stream, words.level);
-}
-
-void UnpackRows(i64 top, i64 bottom, const void* data) {
-    auto& words = *static_cast<const WordWork*>(data);
-    for (i64 y = top; y < bottom; ++y)
-        UnpackRow555(SourceRow(words.work, y) + (words.work.startX >> 16) * 2, TargetRow(words.work, y),
-                     words.work.width, words.stream, words.level);
-}
-
-// Scales portable pixels a chunk at a time and packs each.
-struct ScaledPackWork {
+struct PackKernel {
     const Sampling& work;
+    bool stream;
     Simd level;
+
+    void operator()(const SourceBytes& row, u8* to) const {
+        PackRow555(StartOf(work, row), to, work.width, stream, level);
+    }
 };
 
-void ScaledPackRows(i64 top, i64 bottom, const void* data) {
-    constexpr i64 kChunk = 512;
-    auto& words = *static_cast<const ScaledPackWork*>(data);
-    alignas(64) u8 chunk[kChunk * 4];
-    for (i64 y = top; y < bottom; ++y)
-        for (i64 x = 0; x < words.work.width; x += kChunk) {
-            Sampling part = words.work;
-            part.from = SourceRow(words.work, y);
-            part.startX += x * part.stepX;
+struct UnpackKernel {
+    const Sampling& work;
+    bool stream;
+    Simd level;
+
+    void operator()(const SourceBytes& row, u8* to) const {
+        UnpackRow555(StartOf(work, row), to, work.width, stream, level);
+    }
+};
+
+// Scales portable pixels a chunk at a time and packs each.
+struct ScaledPackKernel {
+    const Sampling& work;
+    bool stream;
+    Simd level;
+
+    void operator()(const SourceBytes& row, u8* to) const {
+        constexpr i64 kChunk = 512;
+        alignas(64) u8 chunk[kChunk * 4];
+        for (i64 x = 0; x < work.width; x += kChunk) {
+            Sampling part = From(work, Form::Rgb555, x);
+            part.from = row.from;
             part.startY = part.stepY = 0;
-            part.width = std::min(kChunk, words.work.width - x);
+            part.width = std::min(kChunk, part.width);
             part.to = chunk;
             PlainRows<Form::Argb, Form::Argb>(part, 0, 1);
-            PackRow555(chunk, TargetRow(words.work, y) + x * 2, part.width, false, words.level);
+            PackRow555({chunk, 0, 0}, to + x * 2, part.width, false, level);
         }
-}
+    }
+};
 
 // The moves between the portable and the 16-bit pixel.
 bool SampleWords(const Sampling& work, Form from, Form to, Simd level) {
     bool whole = work.stepX == 65536 && work.fromBytes == PixelBytes(from);
     bool packs = from == Form::Argb && to == Form::Rgb555 && work.fromBytes == 4;
-    WordWork words{work, WantsStream(work, to), level};
     if (packs && whole)
-        ShareRows(PackRows, &words, work.rows, work.width * work.rows);
-    else if (packs) {
-        ScaledPackWork scaled{work, level};
-        ShareRows(ScaledPackRows, &scaled, work.rows, work.width * work.rows);
-    } else if (whole && from == Form::Rgb555 && to == Form::Argb)
-        ShareRows(UnpackRows, &words, work.rows, work.width * work.rows);
+        SampleRows<PackKernel>(work, to, level);
+    else if (packs)
+        SampleRows<ScaledPackKernel>(work, to, level);
+    else if (whole && from == Form::Rgb555 && to == Form::Argb)
+        SampleRows<UnpackKernel>(work, to, level);
     else
         return false;
+    return true;
+}
+
+struct HalveKernel {
+    const Sampling& work;
+    bool stream;
+    Simd level;
+
+    void operator()(const SourceBytes& row, u8* to) const {
+        i64 readable = work.rowLength - (work.startX >> 16) * work.fromBytes;
+        HalveRow(StartOf(work, row), readable, to, work.width, work.fromBytes, stream, level);
+    }
+};
+
+// With an odd number of half pixels before the first one, it is the second of its pair.
+struct DoubleKernel {
+    const Sampling& work;
+    bool stream;
+    Simd level;
+
+    void operator()(const SourceBytes& row, u8* to) const {
+        i64 bytes = work.fromBytes, odd = work.startX >> 15 & 1;
+        SourceBytes start = StartOf(work, row);
+        if (odd) std::memcpy(to, start.from, size_t(bytes));
+        DoubleRow({start.from + odd * bytes, start.ahead, 0}, to + odd * bytes, work.width - odd, bytes, stream, level);
+    }
+};
+
+// Every second pixel, or every pixel twice.
+bool SampleEven(const Sampling& work, Form from, Form to, Simd level) {
+    bool moves = from == to && (from == Form::Byte || from == Form::Argb) && work.fromBytes == PixelBytes(from);
+    if (!moves || level == Simd::Plain || (work.stepX != 131072 && work.stepX != 32768)) return false;
+    work.stepX == 131072 ? SampleRows<HalveKernel>(work, to, level) : SampleRows<DoubleKernel>(work, to, level);
+    return true;
+}
+
+// Whole rows of pixels that do not change.
+bool SampleCopied(const Sampling& work, Form from, Form to, Simd level) {
+    bool moves = from == to && (from == Form::Byte || from == Form::Argb || from == Form::Bgr);
+    if (!moves || work.fromBytes != PixelBytes(from) || work.stepX != 65536 || work.stepY != 65536) return false;
+    const u8* start = SourceRow(work, 0) + (work.startX >> 16) * work.fromBytes;
+    CopyByteRows({start, work.fromStep, work.to, work.toStep, work.width * work.fromBytes, work.rows}, level);
     return true;
 }
 
@@ -236,8 +319,9 @@ void ShareOfPlain(i64 top, i64 bottom, const void* data) {
 void SamplePixels(const Sampling& work, Form from, Form to, Simd level) {
     if (work.width <= 0 || work.rows <= 0) return;
     RowsCall plain = PlainRowsOf(from, to);
-    if (SampleReversed(work, from, to, level)) return;
-    if (SampleShuffled(work, from, to, plain, level) || SampleWords(work, from, to, level)) return;
+    if (SampleCopied(work, from, to, level) || SampleReversed(work, from, to, level)) return;
+    if (SampleEven(work, from, to, level) || SampleShuffled(work, from, to, plain, level)) return;
+    if (SampleWords(work, from, to, level)) return;
     PlainWork all{work, plain};
     ShareRows(ShareOfPlain, &all, work.rows, work.width * work.rows);
 }

@@ -2,7 +2,7 @@
 // when both sides are known to lie in memory.
 #pragma once
 
-#include "Source/Cpu.h"
+#include "Source/Simd.h"
 #include "Source/Pixels.h"
 
 namespace kq {
@@ -18,6 +18,13 @@ struct Sampling {
     i64 toStep;
     i64 width, rows;
     i64 startX, stepX, startY, stepY;
+};
+
+// Source bytes of a row, and how far the row that comes next lies from this one on both sides: kernels ask for its
+// lines while they work.
+struct SourceBytes {
+    const u8* from;
+    i64 ahead, targetAhead;
 };
 
 // Moves the pixels with the kernels of `level`; big work is spread over the processors when the library's own thread

@@ -1,7 +1,8 @@
 // Point scaling in 16.16 fixed point: every target pixel takes the nearest lower source pixel.
 //
 // Positions accumulate by addition in 32 bits and wrap as such; truncation and wrap are part of the result. The source
-// is not clipped, so a pixel whose place falls outside the source's memory leaves the target alone.
+// is not clipped, so a pixel whose place falls outside the source's memory, or outside a row that is padded, leaves the
+// target alone.
 #include <algorithm>
 
 #include "Source/Sampling.h"
@@ -52,11 +53,15 @@ Place PlaceOf(const KQRectT<long>* rect, const Block& whole) {
     return {i32(rect->x), i32(rect->y), i32(rect->width), i32(rect->height)};
 }
 
-// Reads a pixel's bytes; those outside the block are 0. False when the pixel starts outside.
-bool Fetch(const Block& block, i64 offset, i32 bytes, u8* pixel) {
+// Reads the bytes of the pixel at (x, y); those behind the block, or in a row's padding, are 0. False when the pixel
+// starts outside.
+bool Fetch(const Block& block, i64 x, i64 y, i64 bytes, u8* pixel) {
+    i64 offset = block.Offset(x, y);
     if (offset < 0 || offset >= block.size) return false;
+    if (block.Padded() && (x < 0 || x >= block.width)) return false;
+    if (block.Padded()) bytes = std::min(bytes, (block.width - x) * block.pixelBytes);
     std::memset(pixel, 0, 4);
-    std::memcpy(pixel, block.data + offset, size_t(std::min<i64>(bytes, block.size - offset)));
+    std::memcpy(pixel, block.data + offset, size_t(std::min(bytes, block.size - offset)));
     return true;
 }
 
@@ -67,7 +72,7 @@ void ScaleChecked(const Block& source, const Block& target, const Plan& plan, Fo
         i32 sourceX = plan.x.start;
         for (i32 x = plan.x.first; x < plan.x.end; ++x, sourceX = WrapAdd(sourceX, plan.x.step)) {
             u8 pixel[4];
-            if (Fetch(source, source.Offset(sourceX >> 16, sourceY >> 16), kq::PixelBytes(from), pixel))
+            if (Fetch(source, sourceX >> 16, sourceY >> 16, kq::PixelBytes(from), pixel))
                 move(pixel, target.data + target.Offset(x, y));
         }
     }
@@ -118,7 +123,7 @@ void ScaleBlock(const Block& source, const Block& target, const KQRectT<long>* s
 
 void ScaleBitmapKQ(const KQBitmap* source, KQBitmap* target, const KQRectT<long>* sourceRect,
                    const KQRectT<long>* targetRect) {
-    if (source->depth != target->depth) return;
+    if (source->depth != target->depth || (source->depth != 32 && source->depth != 8)) return;
     Form form = source->depth == 32 ? Form::Argb : Form::Byte;
     ScaleBlock(kq::BlockOf(*source), kq::BlockOf(*target), sourceRect, targetRect, form, form);
 }

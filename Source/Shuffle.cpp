@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "Source/StringStores.h"
+
 namespace kq {
 
 namespace {
@@ -144,30 +146,31 @@ KQ_TARGET_AVX512 inline void PermutePart(const WideTable& table, i64 entry, i64 
     _mm512_mask_storeu_epi8(to, written, Permuted<registers>(table, entry, from));
 }
 
+template <i32 registers>
+inline void PrefetchWindow(const u8* window) {
+    for (i32 k = 0; k < registers; ++k) PrefetchForRead(window + k * 64);
+}
+
 template <i32 registers, bool stream>
-KQ_TARGET_AVX512 void PermuteRow(const WideTable& table, const u8* from, u8* to) {
+KQ_TARGET_AVX512 void PermuteRow(const WideTable& table, const SourceBytes& row, u8* to) {
+    const u8* from = row.from;
     i64 head = std::min(table.head, table.bytes);
     PermutePart<registers>(table, 0, head, from, to);
     i64 whole = (table.bytes - head) / 64, entry = 1;
     u8* place = to + head;
-    if (table.rule.stay != 0) {
-        for (; entry <= whole; ++entry, place += 64) {
-            __m512i before = _mm512_loadu_si512(place);
-            __m512i bytes = Permuted<registers>(table, entry, from);
-            bytes = _mm512_mask_mov_epi8(bytes, table.rule.stay, before);
-            if constexpr (stream)
-                _mm512_stream_si512(reinterpret_cast<__m512i*>(place), bytes);
-            else
-                _mm512_storeu_si512(place, bytes);
-        }
-    } else {
-        for (; entry <= whole; ++entry, place += 64) {
-            __m512i bytes = Permuted<registers>(table, entry, from);
-            if constexpr (stream)
-                _mm512_stream_si512(reinterpret_cast<__m512i*>(place), bytes);
-            else
-                _mm512_storeu_si512(place, bytes);
-        }
+    // Where bytes stay, the target is fetched whatever is done, and is asked for ahead.
+    for (; table.rule.stay != 0 && entry <= whole; ++entry, place += 64) {
+        PrefetchWindow<registers>(from + table.window[entry] + row.ahead);
+        PrefetchForWrite(place + row.targetAhead);
+        _mm512_mask_storeu_epi8(place, ~table.rule.stay, Permuted<registers>(table, entry, from));
+    }
+    for (; entry <= whole; ++entry, place += 64) {
+        PrefetchWindow<registers>(from + table.window[entry] + row.ahead);
+        __m512i bytes = Permuted<registers>(table, entry, from);
+        if constexpr (stream)
+            _mm512_stream_si512(reinterpret_cast<__m512i*>(place), bytes);
+        else
+            _mm512_storeu_si512(place, bytes);
     }
     i64 left = to + table.bytes - place;
     if (left > 0) PermutePart<registers>(table, entry, left, from, place);
@@ -175,13 +178,13 @@ KQ_TARGET_AVX512 void PermuteRow(const WideTable& table, const u8* from, u8* to)
 
 }   // namespace
 
-void ShuffleRowAvx512(const WideTable& table, i64 window, const u8* from, u8* to, bool stream) {
+void ShuffleRowAvx512(const WideTable& table, i64 window, const SourceBytes& row, u8* to, bool stream) {
     if (window > 128)
-        stream ? PermuteRow<4, true>(table, from, to) : PermuteRow<4, false>(table, from, to);
+        stream ? PermuteRow<4, true>(table, row, to) : PermuteRow<4, false>(table, row, to);
     else if (window > 64)
-        stream ? PermuteRow<2, true>(table, from, to) : PermuteRow<2, false>(table, from, to);
+        stream ? PermuteRow<2, true>(table, row, to) : PermuteRow<2, false>(table, row, to);
     else
-        stream ? PermuteRow<1, true>(table, from, to) : PermuteRow<1, false>(table, from, to);
+        stream ? PermuteRow<1, true>(table, row, to) : PermuteRow<1, false>(table, row, to);
 }
 
 namespace {
@@ -208,7 +211,8 @@ KQ_TARGET_AVX2 void LanePart(const LaneTable& table, i64 entry, i64 bytes, const
 
 }   // namespace
 
-KQ_TARGET_AVX2 void ShuffleRowAvx2(const LaneTable& table, const u8* from, u8* to, bool stream) {
+KQ_TARGET_AVX2 void ShuffleRowAvx2(const LaneTable& table, const SourceBytes& row, u8* to, bool stream) {
+    const u8* from = row.from;
     i64 head = std::min(table.head, table.bytes);
     LanePart(table, 0, head, from, to);
     i64 whole = (table.bytes - head) / 16, entry = 1;
@@ -217,6 +221,7 @@ KQ_TARGET_AVX2 void ShuffleRowAvx2(const LaneTable& table, const u8* from, u8* t
     __m128i stay = table.rule.stay ? _mm_set1_epi32(i32(0xFF000000)) : _mm_setzero_si128();
     for (; entry <= whole; ++entry, place += 16) {
         __m128i* target = reinterpret_cast<__m128i*>(place);
+        PrefetchForRead(from + table.window[entry] + row.ahead);
         __m128i bytes = Lane(table, entry, from);
         if (table.rule.stay) bytes = _mm_blendv_epi8(bytes, _mm_loadu_si128(target), stay);
         if (stream)
@@ -230,9 +235,9 @@ KQ_TARGET_AVX2 void ShuffleRowAvx2(const LaneTable& table, const u8* from, u8* t
 
 #else
 
-void ShuffleRowAvx512(const WideTable&, i64, const u8*, u8*, bool) {}
+void ShuffleRowAvx512(const WideTable&, i64, const SourceBytes&, u8*, bool) {}
 
-void ShuffleRowAvx2(const LaneTable&, const u8*, u8*, bool) {}
+void ShuffleRowAvx2(const LaneTable&, const SourceBytes&, u8*, bool) {}
 
 #endif
 

@@ -51,9 +51,9 @@ bool IsShuffle(Form from, Form to);
 bool MakeTable(const Sampling& work, Form from, Form to, i64 first, i64 count, i64 head, i64 window, WideTable* table);
 bool MakeTable(const Sampling& work, Form from, Form to, i64 first, i64 count, i64 head, i64 window, LaneTable* table);
 
-// One row of a strip, `from` the source row's first byte and `to` the strip's. With `stream`, which wants the entries
+// One row of a strip, `row` the source row's first byte and `to` the strip's. With `stream`, which wants the entries
 // behind the first aligned to their size, the target goes past the caches.
-void ShuffleRowAvx512(const WideTable& table, i64 window, const u8* from, u8* to, bool stream);
-void ShuffleRowAvx2(const LaneTable& table, const u8* from, u8* to, bool stream);
+void ShuffleRowAvx512(const WideTable& table, i64 window, const SourceBytes& row, u8* to, bool stream);
+void ShuffleRowAvx2(const LaneTable& table, const SourceBytes& row, u8* to, bool stream);
 
 }   // namespace kq

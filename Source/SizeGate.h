@@ -12,7 +12,7 @@ inline constexpr i64 kMostFramePixels = i64(1) << 28;
 // Negative sizes do not; 0 does.
 constexpr bool SizeFits(i64 width, i64 height, i64 depth) {
     if (width < 0 || height < 0 || width > 0x7FFFFFFF || height > 0x7FFFFFFF) return false;
-    i64 row = (width * (depth / 8) + 3) & ~i64(3);
+    i64 row = (width * depth / 8 + 3) & ~i64(3);
     return row <= 0x7FFFFFFF && (height == 0 || row <= 0x7FFFFFFF / height);
 }
 

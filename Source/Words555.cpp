@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "Source/StringStores.h"
+
 namespace kq {
 
 namespace {
@@ -18,14 +20,6 @@ void UnpackPlain(const u8* from, u8* to, i64 count) {
     for (i64 i = 0; i < count; ++i) MovePixel<Form::Rgb555, Form::Argb>(from + i * 2, to + i * 4);
 }
 
-// Pixels of `bytes` bytes before `to` is aligned to `alignment`; 0 when it never is.
-i64 PixelsToAlignment(const u8* to, i64 bytes, i64 alignment, i64 count) {
-    i64 gap = i64(-reinterpret_cast<uptr>(to) & uptr(alignment - 1));
-    return gap % bytes ? 0 : std::min(gap / bytes, count);
-}
-
-bool IsAligned(const u8* to, uptr alignment) { return reinterpret_cast<uptr>(to) % alignment == 0; }
-
 #if defined(KQ_SIMD_X86)
 
 KQ_TARGET_AVX512 inline __m256i Pack16(const u8* from) {
@@ -36,11 +30,14 @@ KQ_TARGET_AVX512 inline __m256i Pack16(const u8* from) {
     return _mm512_cvtepi32_epi16(_mm512_or_si512(_mm512_or_si512(red, green), blue));
 }
 
-KQ_TARGET_AVX512 void PackAvx512(const u8* from, u8* to, i64 count, bool stream) {
-    i64 i = PixelsToAlignment(to, 2, 64, count);
+KQ_TARGET_AVX512 void PackAvx512(const SourceBytes& row, u8* to, i64 count, bool stream) {
+    const u8* from = row.from;
+    i64 i = std::min(PixelsToAlignment(to, 2, 64), count);
     PackPlain(from, to, i);
     stream = stream && IsAligned(to + i * 2, 64);
     for (; i + 32 <= count; i += 32) {
+        PrefetchForRead(from + i * 4 + row.ahead);
+        PrefetchForRead(from + i * 4 + row.ahead + 64);
         __m512i words = _mm512_inserti64x4(_mm512_castsi256_si512(Pack16(from + i * 4)), Pack16(from + i * 4 + 64), 1);
         if (stream)
             _mm512_stream_si512(reinterpret_cast<__m512i*>(to + i * 2), words);
@@ -50,11 +47,13 @@ KQ_TARGET_AVX512 void PackAvx512(const u8* from, u8* to, i64 count, bool stream)
     PackPlain(from + i * 4, to + i * 2, count - i);
 }
 
-KQ_TARGET_AVX512 void UnpackAvx512(const u8* from, u8* to, i64 count, bool stream) {
-    i64 i = PixelsToAlignment(to, 4, 64, count);
+KQ_TARGET_AVX512 void UnpackAvx512(const SourceBytes& row, u8* to, i64 count, bool stream) {
+    const u8* from = row.from;
+    i64 i = std::min(PixelsToAlignment(to, 4, 64), count);
     UnpackPlain(from, to, i);
     stream = stream && IsAligned(to + i * 4, 64);
     for (; i + 16 <= count; i += 16) {
+        PrefetchForRead(from + i * 2 + row.ahead);
         __m512i words = _mm512_cvtepu16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + i * 2)));
         __m512i blue = _mm512_slli_epi32(words, 27);
         __m512i green = _mm512_and_si512(_mm512_slli_epi32(words, 14), _mm512_set1_epi32(0x00F80000));
@@ -75,11 +74,13 @@ KQ_TARGET_AVX2 inline __m256i Pack8(const u8* from) {
     return _mm256_or_si256(_mm256_or_si256(red, green), _mm256_srli_epi32(pixels, 27));
 }
 
-KQ_TARGET_AVX2 void PackAvx2(const u8* from, u8* to, i64 count, bool stream) {
-    i64 i = PixelsToAlignment(to, 2, 32, count);
+KQ_TARGET_AVX2 void PackAvx2(const SourceBytes& row, u8* to, i64 count, bool stream) {
+    const u8* from = row.from;
+    i64 i = std::min(PixelsToAlignment(to, 2, 32), count);
     PackPlain(from, to, i);
     stream = stream && IsAligned(to + i * 2, 32);
     for (; i + 16 <= count; i += 16) {
+        PrefetchForRead(from + i * 4 + row.ahead);
         __m256i words = _mm256_packus_epi32(Pack8(from + i * 4), Pack8(from + i * 4 + 32));
         words = _mm256_permute4x64_epi64(words, 0xD8);
         __m256i* target = reinterpret_cast<__m256i*>(to + i * 2);
@@ -91,11 +92,13 @@ KQ_TARGET_AVX2 void PackAvx2(const u8* from, u8* to, i64 count, bool stream) {
     PackPlain(from + i * 4, to + i * 2, count - i);
 }
 
-KQ_TARGET_AVX2 void UnpackAvx2(const u8* from, u8* to, i64 count, bool stream) {
-    i64 i = PixelsToAlignment(to, 4, 32, count);
+KQ_TARGET_AVX2 void UnpackAvx2(const SourceBytes& row, u8* to, i64 count, bool stream) {
+    const u8* from = row.from;
+    i64 i = std::min(PixelsToAlignment(to, 4, 32), count);
     UnpackPlain(from, to, i);
     stream = stream && IsAligned(to + i * 4, 32);
     for (; i + 8 <= count; i += 8) {
+        PrefetchForRead(from + i * 2 + row.ahead);
         __m256i words = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i * 2)));
         __m256i blue = _mm256_slli_epi32(words, 27);
         __m256i green = _mm256_and_si256(_mm256_slli_epi32(words, 14), _mm256_set1_epi32(0x00F80000));
@@ -114,20 +117,21 @@ KQ_TARGET_AVX2 void UnpackAvx2(const u8* from, u8* to, i64 count, bool stream) {
 
 }   // namespace
 
-void PackRow555(const u8* from, u8* to, i64 count, [[maybe_unused]] bool stream, [[maybe_unused]] Simd level) {
+void PackRow555(const SourceBytes& row, u8* to, i64 count, [[maybe_unused]] bool stream, [[maybe_unused]] Simd level) {
 #if defined(KQ_SIMD_X86)
-    if (level == Simd::Avx512) return PackAvx512(from, to, count, stream);
-    if (level == Simd::Avx2) return PackAvx2(from, to, count, stream);
+    if (level == Simd::Avx512) return PackAvx512(row, to, count, stream);
+    if (level == Simd::Avx2) return PackAvx2(row, to, count, stream);
 #endif
-    PackPlain(from, to, count);
+    PackPlain(row.from, to, count);
 }
 
-void UnpackRow555(const u8* from, u8* to, i64 count, [[maybe_unused]] bool stream, [[maybe_unused]] Simd level) {
+void UnpackRow555(const SourceBytes& row, u8* to, i64 count, [[maybe_unused]] bool stream,
+                  [[maybe_unused]] Simd level) {
 #if defined(KQ_SIMD_X86)
-    if (level == Simd::Avx512) return UnpackAvx512(from, to, count, stream);
-    if (level == Simd::Avx2) return UnpackAvx2(from, to, count, stream);
+    if (level == Simd::Avx512) return UnpackAvx512(row, to, count, stream);
+    if (level == Simd::Avx2) return UnpackAvx2(row, to, count, stream);
 #endif
-    UnpackPlain(from, to, count);
+    UnpackPlain(row.from, to, count);
 }
 
 }   // namespace kq

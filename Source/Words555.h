@@ -7,7 +7,7 @@ namespace kq {
 
 // `count` portable pixels to 16 bits, and back with alpha 255. `stream` puts the target past the caches, once it is
 // aligned.
-void PackRow555(const u8* from, u8* to, i64 count, bool stream, Simd level);
-void UnpackRow555(const u8* from, u8* to, i64 count, bool stream, Simd level);
+void PackRow555(const SourceBytes& row, u8* to, i64 count, bool stream, Simd level);
+void UnpackRow555(const SourceBytes& row, u8* to, i64 count, bool stream, Simd level);
 
 }   // namespace kq

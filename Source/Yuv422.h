@@ -4,7 +4,7 @@
 // the latest of both. Chroma is kept with 128 added.
 #pragma once
 
-#include "Source/Cpu.h"
+#include "Source/Simd.h"
 
 namespace kq {
 

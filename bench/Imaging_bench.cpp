@@ -60,6 +60,8 @@ Native NewNative(Size size, i32 depth) {
 // A row more: libswscale writes behind the last pixel.
 Size Spare(Size size) { return {size.width, size.height + 1}; }
 
+// All contenders of a row read and write the same memory, so that none has the luckier pages.
+
 // Ours on one thread, and on all processors.
 i32 processors = 1;
 
@@ -78,9 +80,13 @@ Contender AllThreads(std::function<void()> work) {
             }};
 }
 
+// Part of the names of the rows that are wanted.
+std::string wanted;
+
 // The row on one thread with its ratio to the fastest peer, then the same on all processors.
 void Rows(const std::string& name, double amount, const std::string& unit, std::function<void()> ours,
           std::vector<Contender> peers, double ratio, std::function<void()> sharedPeer = nullptr) {
+    if (name.find(wanted) == std::string::npos) return;
     std::vector<Contender> all{OneThread(ours)};
     all.insert(all.end(), peers.begin(), peers.end());
     std::vector<double> medians = bench::Medians(all, 5);
@@ -108,24 +114,24 @@ struct ScaleContext {
 };
 
 void ScaleRow(Size from, Size to, i32 depth, const std::string& what, double ratio) {
-    Portable source = NewPortable(from, depth), target = NewPortable(to, depth), peer = NewPortable(to, depth);
+    Portable source = NewPortable(from, depth), target = NewPortable(to, depth);
     int type = depth == 32 ? CV_8UC4 : CV_8UC1;
-    cv::Mat in(from.height, from.width, type, source->data), out(to.height, to.width, type, peer->data);
+    cv::Mat in(from.height, from.width, type, source->data), out(to.height, to.width, type, target->data);
     auto opencv = [&] { cv::resize(in, out, {to.width, to.height}, 0, 0, cv::INTER_NEAREST); };
     auto yuv = [&] {
         if (depth == 32)
-            libyuv::ARGBScale(source->data, source->rowBytes, from.width, from.height, peer->data, peer->rowBytes,
+            libyuv::ARGBScale(source->data, source->rowBytes, from.width, from.height, target->data, target->rowBytes,
                               to.width, to.height, libyuv::kFilterNone);
         else
-            libyuv::ScalePlane(source->data, source->rowBytes, from.width, from.height, peer->data, peer->rowBytes,
+            libyuv::ScalePlane(source->data, source->rowBytes, from.width, from.height, target->data, target->rowBytes,
                                to.width, to.height, libyuv::kFilterNone);
     };
     AVPixelFormat format = depth == 32 ? AV_PIX_FMT_ARGB : AV_PIX_FMT_GRAY8;
     ScaleContext swscale(from, format, to, format);
     auto sws = [&] {
         const u8* sources[] = {source->data};
-        u8* targets[] = {peer->data};
-        sws_scale(swscale.context, sources, &source->rowBytes, 0, from.height, targets, &peer->rowBytes);
+        u8* targets[] = {target->data};
+        sws_scale(swscale.context, sources, &source->rowBytes, 0, from.height, targets, &target->rowBytes);
     };
     Rows(
         "scale " + std::to_string(depth) + " to " + std::to_string(depth) + " " + what + ", " + from.Text() + " to " +
@@ -152,7 +158,7 @@ u8* Top(const Native& bitmap) { return bitmap->data + bitmap->firstRowOffset; }
 void ScaleConvertRows(Size size) {
     Size to{size.width * 2 / 3, size.height * 2 / 3};
     Portable wide = NewPortable(size, 32), target = NewPortable(to, 32);
-    Native three = NewNative(to, 24), source = NewNative(size, 24), peer = NewNative(to, 24);
+    Native three = NewNative(to, 24), source = NewNative(size, 24);
     std::vector<u8> between(size_t(to.width) * size_t(to.height) * 4), band(size_t(size.width) * 4 * 24);
     auto yuvDown = [&] {
         for (i32 y = 0; y < to.height; y += 16) {
@@ -160,7 +166,7 @@ void ScaleConvertRows(Size size) {
             libyuv::ARGBScale(wide->data + i64(y) * 3 / 2 * wide->rowBytes, wide->rowBytes, size.width, rows * 3 / 2,
                               between.data(), to.width * 4, to.width, rows, libyuv::kFilterNone);
             libyuv::ARGBToBGRA(between.data(), to.width * 4, between.data(), to.width * 4, to.width, rows);
-            libyuv::ARGBToRGB24(between.data(), to.width * 4, Top(peer) + i64(y) * peer->rowBytes, peer->rowBytes,
+            libyuv::ARGBToRGB24(between.data(), to.width * 4, Top(three) + i64(y) * three->rowBytes, three->rowBytes,
                                 to.width, rows);
         }
     };
@@ -195,31 +201,31 @@ void ScaleConvertRows(Size size) {
 
 void ToNativeRow(Size size, i32 depth, double ratio) {
     Portable source = NewPortable(size, 32);
-    Native target = NewNative(size, depth), peer = NewNative(Spare(size), depth);
+    Native target = NewNative(Spare(size), depth);
     // libyuv's BGRA is ours in memory; its own ARGB is blue first.
     std::vector<u8> band(size_t(size.width) * 4 * 16);
     auto yuv = [&] {
         if (depth == 32) {
-            libyuv::BGRAToARGB(source->data, source->rowBytes, Top(peer), peer->rowBytes, size.width, size.height);
+            libyuv::BGRAToARGB(source->data, source->rowBytes, Top(target), target->rowBytes, size.width, size.height);
             return;
         }
         for (i32 y = 0; y < size.height; y += 16) {
             i32 rows = std::min(16, size.height - y);
             libyuv::BGRAToARGB(source->data + i64(y) * source->rowBytes, source->rowBytes, band.data(), size.width * 4,
                                size.width, rows);
-            u8* to = Top(peer) + i64(y) * peer->rowBytes;
+            u8* to = Top(target) + i64(y) * target->rowBytes;
             if (depth == 24)
-                libyuv::ARGBToRGB24(band.data(), size.width * 4, to, peer->rowBytes, size.width, rows);
+                libyuv::ARGBToRGB24(band.data(), size.width * 4, to, target->rowBytes, size.width, rows);
             else
-                libyuv::ARGBToARGB1555(band.data(), size.width * 4, to, peer->rowBytes, size.width, rows);
+                libyuv::ARGBToARGB1555(band.data(), size.width * 4, to, target->rowBytes, size.width, rows);
         }
     };
     AVPixelFormat format = depth == 24 ? AV_PIX_FMT_BGR24 : depth == 32 ? AV_PIX_FMT_BGRA : AV_PIX_FMT_RGB555LE;
     ScaleContext swscale(size, AV_PIX_FMT_ARGB, size, format);
     auto sws = [&] {
         const u8* sources[] = {source->data};
-        u8* targets[] = {Top(peer)};
-        sws_scale(swscale.context, sources, &source->rowBytes, 0, size.height, targets, &peer->rowBytes);
+        u8* targets[] = {Top(target)};
+        sws_scale(swscale.context, sources, &source->rowBytes, 0, size.height, targets, &target->rowBytes);
     };
     Rows(
         "32 to native " + std::to_string(depth) + ", rows turned over, " + size.Text(), size.Mpixel(), "Mpixel",
@@ -229,11 +235,11 @@ void ToNativeRow(Size size, i32 depth, double ratio) {
 
 void FromNativeRow(Size size, i32 depth, double ratio) {
     Native source = NewNative(size, depth);
-    Portable target = NewPortable(size, 32), peer = NewPortable(Spare(size), 32);
+    Portable target = NewPortable(Spare(size), 32);
     std::vector<u8> band(size_t(size.width) * 4 * 16);
     auto yuv = [&] {
         if (depth == 32) {
-            libyuv::ARGBToBGRA(Top(source), source->rowBytes, peer->data, peer->rowBytes, size.width, size.height);
+            libyuv::ARGBToBGRA(Top(source), source->rowBytes, target->data, target->rowBytes, size.width, size.height);
             return;
         }
         for (i32 y = 0; y < size.height; y += 16) {
@@ -243,7 +249,7 @@ void FromNativeRow(Size size, i32 depth, double ratio) {
                 libyuv::RGB24ToARGB(from, source->rowBytes, band.data(), size.width * 4, size.width, rows);
             else
                 libyuv::ARGB1555ToARGB(from, source->rowBytes, band.data(), size.width * 4, size.width, rows);
-            libyuv::ARGBToBGRA(band.data(), size.width * 4, peer->data + i64(y) * peer->rowBytes, peer->rowBytes,
+            libyuv::ARGBToBGRA(band.data(), size.width * 4, target->data + i64(y) * target->rowBytes, target->rowBytes,
                                size.width, rows);
         }
     };
@@ -251,8 +257,8 @@ void FromNativeRow(Size size, i32 depth, double ratio) {
     ScaleContext swscale(size, format, size, AV_PIX_FMT_ARGB);
     auto sws = [&] {
         const u8* sources[] = {Top(source)};
-        u8* targets[] = {peer->data};
-        sws_scale(swscale.context, sources, &source->rowBytes, 0, size.height, targets, &peer->rowBytes);
+        u8* targets[] = {target->data};
+        sws_scale(swscale.context, sources, &source->rowBytes, 0, size.height, targets, &target->rowBytes);
     };
     Rows(
         "native " + std::to_string(depth) + " to 32, rows turned over, " + size.Text(), size.Mpixel(), "Mpixel",
@@ -261,15 +267,15 @@ void FromNativeRow(Size size, i32 depth, double ratio) {
 }
 
 void CopyRows(Size size) {
-    Portable source = NewPortable(size, 32), target = NewPortable(size, 32), peer = NewPortable(size, 32);
+    Portable source = NewPortable(size, 32), target = NewPortable(size, 32);
     Size part{size.width - 16, size.height - 16};
     double megabytes = part.Mpixel() * 4;
-    cv::Mat in(size.height, size.width, CV_8UC4, source->data), out(size.height, size.width, CV_8UC4, peer->data);
+    cv::Mat in(size.height, size.width, CV_8UC4, source->data), out(size.height, size.width, CV_8UC4, target->data);
     cv::Rect from(8, 8, part.width, part.height), to(16, 16, part.width, part.height);
     auto opencv = [&] { in(from).copyTo(out(to)); };
     auto yuv = [&] {
         libyuv::ARGBCopy(source->data + 8 * source->rowBytes + 32, source->rowBytes,
-                         peer->data + 16 * peer->rowBytes + 64, peer->rowBytes, part.width, part.height);
+                         target->data + 16 * target->rowBytes + 64, target->rowBytes, part.width, part.height);
     };
     Rows(
         "copy of a rectangle, " + size.Text(), megabytes, "MB",
@@ -279,23 +285,23 @@ void CopyRows(Size size) {
     Rows(
         "whole copy, " + size.Text(), double(bytes) / 1e6, "MB",
         [&] { CopyBitmapKQ(source.get(), target.get(), 0, 0, -1, -1, 0, 0); },
-        {{"memcpy", [&] { std::memcpy(peer->data, source->data, bytes); }}}, 0.9, [&] { in.copyTo(out); });
+        {{"memcpy", [&] { std::memcpy(target->data, source->data, bytes); }}}, 0.9, [&] { in.copyTo(out); });
     Rows(
         "fill 32, " + size.Text(), double(bytes) / 1e6, "MB", [&] { FillBitmapKQ(target.get(), 0xFF102030); },
-        {{"memset", [&] { std::memset(peer->data, 16, bytes); }}}, 0.9, [&] { out.setTo(cv::Scalar(1, 2, 3, 4)); });
+        {{"memset", [&] { std::memset(target->data, 16, bytes); }}}, 0.9, [&] { out.setTo(cv::Scalar(1, 2, 3, 4)); });
     Rows(
         "fill of alpha, " + size.Text(), double(bytes) / 1e6, "MB", [&] { FillAlphaKQ(target.get(), 200); },
-        {{"memset", [&] { std::memset(peer->data, 16, bytes); }}}, 0.9);
-    Portable plane = NewPortable(size, 8), other = NewPortable(size, 8);
+        {{"memset", [&] { std::memset(target->data, 16, bytes); }}}, 0.9);
+    Portable plane = NewPortable(size, 8);
     size_t small = size_t(plane->dataSize);
     Rows(
         "fill 8, " + size.Text(), double(small) / 1e6, "MB", [&] { FillBitmapKQ(plane.get(), 0x30); },
-        {{"memset", [&] { std::memset(other->data, 16, small); }}}, 0.9);
+        {{"memset", [&] { std::memset(plane->data, 16, small); }}}, 0.9);
     Native three = NewNative(size, 24);
     size_t packed = size_t(three->dataSize);
     Rows(
         "fill native 24, " + size.Text(), double(packed) / 1e6, "MB", [&] { FillBitmapKQ(three.get(), 0x102030); },
-        {{"memset", [&] { std::memset(peer->data, 16, packed); }}}, 0.9);
+        {{"memset", [&] { std::memset(three->data, 16, packed); }}}, 0.9);
 }
 
 void AllRows(Size size) {
@@ -312,7 +318,9 @@ void AllRows(Size size) {
 
 }   // namespace
 
-int main() {
+// With an argument: only the rows whose names hold it.
+int main(int count, char** arguments) {
+    if (count > 1) wanted = arguments[1];
     TagItem tags[] = {{KQTAG_InitNoWindow, 0}, {KQTAG_End, 0}};
     if (!InitKQ(nullptr, nullptr, nullptr, nullptr, nullptr, tags)) return 1;
     processors = KQEnv->Processors;

@@ -32,12 +32,21 @@ struct Shared {
     char path[256];   // the object's name for the kernel
 };
 
-// Makes the kernel's name: one slash in front, none behind. False when it is too long.
+// Makes the kernel's name: one slash in front, none behind. Signs that it may not hold are spelled out, so that no two
+// names meet in one. False when it is too long.
 bool SharedPath(const char* name, char path[256]) {
-    int length = std::snprintf(path, 256, "/%s", name);
-    for (char* c = path + 1; *c; ++c)
-        if (*c == '/') *c = '_';
-    return length > 1 && length < 250;
+    constexpr size_t kMost = 250;
+    size_t length = 1;
+    path[0] = '/';
+    for (const char* c = name; *c; ++c) {
+        if (length + 3 > kMost) return false;
+        if (*c == '/' || *c == '%')
+            length += size_t(std::snprintf(path + length, 4, "%%%02X", unsigned(*c)));
+        else
+            path[length++] = *c;
+    }
+    path[length] = 0;
+    return length > 1;
 }
 
 bool WaitForLock(int file, int kind) {

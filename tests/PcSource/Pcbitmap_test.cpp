@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "PcSource/DisplayPalette.h"
+#include "PcSource/NativeRecord.h"
 #include "pal/display.h"
 #include "pal/null/display.h"
 #include "support/Fixture.h"
@@ -215,6 +216,60 @@ TEST_F(Pcbitmap, WriteFloatPixelRoundsAndWraps) {
     KQFloatRGB colour{1.5, 0.5, 1.0, 0.0};
     WriteFloatPixelKQ(bitmap, 0, 0, &colour);
     EXPECT_EQ(Pixel(bitmap->data, 3), (Four{255, 128, 127}));
+}
+
+TEST_F(Pcbitmap, WriteFloatPixelOf32BitsLeavesTheFourthByteAlone) {
+    Held bitmap(2, 1, 32);
+    KQFloatRGB colour{1.0, 0.5, 0.25, 0.75};
+    WriteFloatPixelKQ(bitmap, 1, 0, &colour);
+    EXPECT_EQ(Pixel(bitmap.At(1, 0), 4), (Four{64, 128, 255, 0xEE}));
+    EXPECT_EQ(Pixel(bitmap.At(0, 0), 4), Four(4, 0xEE));
+}
+
+TEST_F(Pcbitmap, WriteFloatPixelOf16BitsRoundsToBytesThenTakesTop5Bits) {
+    Held bitmap(3, 1, 16);
+    KQFloatRGB colour{1.0, 0.5, 7.4 / 255.0, 0.0};
+    WriteFloatPixelKQ(bitmap, 1, 0, &colour);
+    EXPECT_EQ(bitmap.Word(1, 0), 31 << 10 | 16 << 5);
+    colour.blue = 7.6 / 255.0;
+    WriteFloatPixelKQ(bitmap, 1, 0, &colour);
+    EXPECT_EQ(bitmap.Word(1, 0), 31 << 10 | 16 << 5 | 1);
+    EXPECT_EQ(bitmap.Word(0, 0), 0xEEEE);
+    EXPECT_EQ(bitmap.Word(2, 0), 0xEEEE);
+}
+
+TEST_F(Pcbitmap, WriteFloatPixelOf8BitsTakesRed) {
+    Held bitmap(3, 1, 8);
+    KQFloatRGB colour{0.5, 1.0, 1.0, 1.0};
+    WriteFloatPixelKQ(bitmap, 1, 0, &colour);
+    EXPECT_EQ(Pixel(bitmap.At(0, 0), 3), (Four{0xEE, 128, 0xEE}));
+}
+
+TEST_F(Pcbitmap, WriteFloatPixelWrapsAtEveryDepth) {
+    KQFloatRGB colour{1.5, 1.5, 1.5, 0.0};
+    Held eight(1, 1, 8), two(1, 1, 16), four(1, 1, 32);
+    for (KQNativeBitmap* bitmap : {eight.bitmap, two.bitmap, four.bitmap}) WriteFloatPixelKQ(bitmap, 0, 0, &colour);
+    EXPECT_EQ(eight->data[0], 127);
+    EXPECT_EQ(two.Word(0, 0), 15 << 10 | 15 << 5 | 15);
+    EXPECT_EQ(Pixel(four->data, 3), Four(3, 127));
+}
+
+TEST_F(Pcbitmap, StrideFollowsFromWidthTimesDepth) {
+    KQNativeBitmap bitmap{};
+    kq::SetNativeFormat(&bitmap, 3, 2, 15);
+    EXPECT_EQ(bitmap.rowBytes, -8);
+    EXPECT_EQ(bitmap.dataSize, 16);
+    kq::SetNativeFormat(&bitmap, 10, 1, 4);
+    EXPECT_EQ(bitmap.rowBytes, -8);
+}
+
+TEST_F(Pcbitmap, FillOfAnEmptyBitmapTouchesNothing) {
+    for (i32 depth : {8, 16, 24, 32})
+        for (auto [width, height] : {std::pair{5, 0}, {0, 5}, {0, 0}}) {
+            Held bitmap(AllocNativeBitmapKQ(width, height, depth));
+            FillBitmapKQ(bitmap, 0x102030);
+            EXPECT_EQ(bitmap->dataSize, 0);
+        }
 }
 
 TEST_F(Pcbitmap, FillIgnoresAlpha) {
@@ -576,6 +631,31 @@ TEST_F(Pcbitmap, DrawOfPlainPixelsGoesThroughTheDrawingService) {
     EXPECT_EQ(seen.service, KQEnv->DrawDib);
 }
 
+TEST_F(Pcbitmap, DrawOf8BitsGoesToTheServiceWithItsHeader) {
+    pal::DisplayTable table = RecordingTable();
+    static u16 bits;
+    table.drawDib = [](void*, void*, pal::DrawPlace, const pal::DibHeader* header, const void*, pal::DrawPlace) {
+        bits = header->bitCount;
+        return true;
+    };
+    pal::SetDisplay(&table);
+    Held bitmap(3, 2, 8);
+    KQDrawInfo draw = ScreenDraw();
+    DrawBitmapKQ(&draw, bitmap, 0, 0);
+    EndDraw(draw);
+    EXPECT_EQ(bits, 8);
+}
+
+TEST_F(Pcbitmap, DrawOf8BitsWithoutAScreenDrawsNothing) {
+    Held bitmap(3, 2, 8);
+    FillBitmapKQ(bitmap, 0xFFFFFF);
+    KQDrawInfo draw = ScreenDraw();
+    DrawBitmapKQ(&draw, bitmap, 0, 0);
+    StretchBitmapKQ(&draw, bitmap, 0, 0, 3, 2, 0, 0, 6, 4);
+    EndDraw(draw);
+    EXPECT_EQ(pal::NullScreenPixel(0, 0), 0u);
+}
+
 TEST_F(Pcbitmap, StretchDrawsEverySourcePixel) {
     for (bool section : {false, true}) {
         pal::ClearNullScreen();
@@ -702,6 +782,14 @@ TEST_F(Pcbitmap, PaletteHoldsACubeOf216WithBlueInnermost) {
     EXPECT_EQ(Entry(entries[24]), (Four{0, 51, 0, 4}));
     EXPECT_EQ(Entry(entries[54]), (Four{51, 0, 0, 4}));
     EXPECT_EQ(Entry(entries[233]), (Four{255, 255, 255, 4}));
+}
+
+TEST_F(Pcbitmap, PaletteCubeHoldsEveryColourOfItsSteps) {
+    auto entries = BuildPalette(20);
+    for (size_t index = 0; index < 216; ++index) {
+        u8 red = u8(index / 36 * 51), green = u8(index / 6 % 6 * 51), blue = u8(index % 6 * 51);
+        EXPECT_EQ(Entry(entries[18 + index]), (Four{red, green, blue, pal::kNoCollapse})) << index;
+    }
 }
 
 TEST_F(Pcbitmap, PalettePlacesBehindTheCubeHoldColoursOfTheirOwn) {

@@ -414,6 +414,25 @@ TEST_F(Bitmap, SharedNameMayHoldSeparators) {
     FreeBitmapKQ(bitmap);
 }
 
+TEST_F(Bitmap, SharedNamesThatDifferInASeparatorAreApart) {
+    KQBitmap* bitmaps[4];
+    const char* names[] = {"kqtest/apart", "kqtest_apart", "kqtest%2Fapart", "kqtest%apart"};
+    for (int i = 0; i < 4; ++i) {
+        bitmaps[i] = AllocSharedBitmapKQ(5, 5, 8, names[i]);
+        ASSERT_NE(bitmaps[i], nullptr);
+        FillBitmapKQ(bitmaps[i], u32(i + 1));
+    }
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(bitmaps[i]->data[0], i + 1) << names[i];
+        FreeBitmapKQ(bitmaps[i]);
+    }
+}
+
+TEST_F(Bitmap, SharedNameThatIsTooLongGivesNullOrMemory) {
+    FreeBitmapKQ(AllocSharedBitmapKQ(5, 5, 8, std::string(3000, '/').c_str()));
+    FreeBitmapKQ(AllocSharedBitmapKQ(5, 5, 8, std::string(3000, 'a').c_str()));
+}
+
 TEST_F(Bitmap, SharedSizeOfZeroIsLegal) {
     KQBitmap* bitmap = AllocSharedBitmapKQ(0, 5, 8, "kqtest-empty");
     ASSERT_NE(bitmap, nullptr);

@@ -12,12 +12,12 @@ namespace {
 // Runs `body` at every width that this machine has.
 template <class Body>
 void AtEveryWidth(Body body) {
-    for (int width = 0; width <= int(kq::MachineVectors()); ++width) {
-        kq::VectorsInUse() = kq::Vectors(width);
+    for (int width = 0; width <= int(kq::BestSimd()); ++width) {
+        kq::SimdInUse() = kq::Simd(width);
         SCOPED_TRACE(testing::Message() << "vector width " << width);
         body();
     }
-    kq::VectorsInUse() = kq::MachineVectors();
+    kq::SimdInUse() = kq::BestSimd();
 }
 
 // The clip's fields that decide on alpha.
@@ -301,6 +301,33 @@ TEST_F(InterpretAlpha, WritingToADisplayFormatIsThePlainFormForEveryKind) {
             FreeBitmapKQ(source);
             FreeBitmapKQ(target);
         }
+}
+
+TEST_F(InterpretAlpha, BigFramesOnAllProcessorsEqualThoseOnOne) {
+    constexpr i32 kWidth = 1301, kHeight = 801;
+    KQClip* clip = NewClipKQ();
+    clip->alphaMode = 2;
+    clip->alphaPremultiplied = 1;
+    clip->matteColor = {0.2, 0.4, 0.6, 1.0};
+    KQBitmap* source = AllocBitmapKQ(kWidth, kHeight, 32);
+    KQBitmap* results[2] = {AllocBitmapKQ(kWidth, kHeight, 32), AllocBitmapKQ(kWidth, kHeight, 32)};
+    for (i32 i = 0; i < source->dataSize; ++i) source->data[i] = u8(i * 31 + i / 977);
+    auto same = [&](auto work) {
+        for (i32 k : {0, 1}) {
+            KQEnv->Processors = k == 0 ? 1 : 3;
+            CopyBitmapKQ(source, results[k], 0, 0, -1, -1, 0, 0);
+            work(results[k]);
+        }
+        EXPECT_EQ(std::memcmp(results[0]->data, results[1]->data, size_t(source->dataSize)), 0);
+    };
+    same([&](KQBitmap* target) { Interpret_Alpha(clip, source, target, nullptr); });
+    same([&](KQBitmap* target) { kq::ReadAlpha(clip, target, {0, 0, kWidth, kHeight}); });
+    same([&](KQBitmap* target) { kq::ReadAlpha(clip, target, {5, 3, kWidth - 4, kHeight}); });
+    for (u32 flags : {kq::kKeepEvenRows, kq::kKeepOddRows})
+        same([&](KQBitmap* target) { kq::FilterRows(target, flags); });
+    FreeBitmapKQ(source);
+    for (KQBitmap* bitmap : results) FreeBitmapKQ(bitmap);
+    FreeClipKQ(clip);
 }
 
 TEST_F(InterpretAlpha, WritingToADisplayFormatLeavesItsFourthByte) {

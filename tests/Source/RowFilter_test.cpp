@@ -16,13 +16,13 @@ using Bytes = std::vector<u8>;
 class RowFilter : public testing::TestWithParam<int> {
 protected:
     void SetUp() override {
-        if (GetParam() > int(kq::MachineVectors())) GTEST_SKIP() << "this machine has no vectors of this width";
-        kq::VectorsInUse() = kq::Vectors(GetParam());
+        if (GetParam() > int(kq::BestSimd())) GTEST_SKIP() << "this machine has no vectors of this width";
+        kq::SimdInUse() = kq::Simd(GetParam());
         random.seed(seed);
         RecordProperty("seed", int(seed));
     }
 
-    void TearDown() override { kq::VectorsInUse() = kq::MachineVectors(); }
+    void TearDown() override { kq::SimdInUse() = kq::BestSimd(); }
 
     Bytes Random(size_t size) {
         Bytes bytes(size);

@@ -74,22 +74,22 @@ struct Rows {
     i64 size;
 };
 
-// One random work of up to `mostWidth` target columns, checked at every level.
-void CheckRandomWork(Random* random, Form from, Form to, i64 mostWidth, i64 mostRows) {
-    i64 width = random->From(1, mostWidth), rows = random->From(1, mostRows);
-    i64 fromBytes = kq::PixelBytes(from);
-    if (from == Form::Bgr && random->Coin()) fromBytes = random->Coin() ? 4 : 3;
-    i64 stepX = random->From(0, 2) ? random->From(0, 4 * 65536) : 65536;
-    i64 stepY = random->Coin() ? 65536 : random->From(0, 3 * 65536);
-    i64 startX = random->Coin() ? 0 : random->From(0, 5 * 65536), startY = random->From(0, 65536);
-    i64 columns = ((startX + (width - 1) * stepX) >> 16) + 1 + random->From(0, 3);
-    i64 lines = ((startY + (rows - 1) * stepY) >> 16) + 1;
+// Where a work takes its columns and rows.
+struct Steps {
+    i64 startX, stepX, startY, stepY;
+};
+
+// One work on random bytes, whose source rows have `spare` columns behind the last one that is taken, checked at every
+// level.
+void CheckWork(Random* random, Form from, Form to, i64 fromBytes, i64 width, i64 rows, const Steps& steps, i64 spare) {
+    i64 columns = ((steps.startX + (width - 1) * steps.stepX) >> 16) + 1 + spare;
+    i64 lines = ((steps.startY + (rows - 1) * steps.stepY) >> 16) + 1;
     Rows source(columns * fromBytes, lines, random), target(width * kq::PixelBytes(to), rows, random);
     Guarded sourceBytes(size_t(source.size), random->Coin());
     random->Fill(sourceBytes.Data(), sourceBytes.Size());
     bool atEnd = random->Coin();
     for (Simd level : Levels()) {
-        TargetPair pair(size_t(target.size), atEnd, random);
+        TargetPair pair(size_t(target.size), atEnd, target.size < 1000000 ? random : nullptr);
         kq::Sampling work{sourceBytes.Data() + source.first,
                           source.step,
                           columns * fromBytes,
@@ -98,16 +98,27 @@ void CheckRandomWork(Random* random, Form from, Form to, i64 mostWidth, i64 most
                           target.step,
                           width,
                           rows,
-                          startX,
-                          stepX,
-                          startY,
-                          stepY};
+                          steps.startX,
+                          steps.stepX,
+                          steps.startY,
+                          steps.stepY};
         kq::SamplePlain(work, from, to);
         work.to = pair.fast.Data() + target.first;
         kq::SamplePixels(work, from, to, level);
         ASSERT_TRUE(pair.Same()) << "form " << int(from) << " to " << int(to) << " level " << int(level) << ' ' << width
-                                 << " x " << rows << " step " << stepX;
+                                 << " x " << rows << " start " << steps.startX << " step " << steps.stepX;
     }
+}
+
+// One random work of up to `mostWidth` target columns.
+void CheckRandomWork(Random* random, Form from, Form to, i64 mostWidth, i64 mostRows) {
+    i64 width = random->From(1, mostWidth), rows = random->From(1, mostRows);
+    i64 fromBytes = kq::PixelBytes(from);
+    if (from == Form::Bgr && random->Coin()) fromBytes = random->Coin() ? 4 : 3;
+    i64 stepX = random->From(0, 2) ? random->From(0, 4 * 65536) : 65536;
+    i64 stepY = random->Coin() ? 65536 : random->From(0, 3 * 65536);
+    i64 startX = random->Coin() ? 0 : random->From(0, 5 * 65536), startY = random->From(0, 65536);
+    CheckWork(random, from, to, fromBytes, width, rows, {startX, stepX, startY, stepY}, random->From(0, 3));
 }
 
 TEST_F(Sampling, EveryPairOfFormsEqualsThePlainOneOnRandomWork) {
@@ -220,6 +231,29 @@ TEST_F(Sampling, BigSharedTargetsEqualThePlainOnes) {
     }
 }
 
+// Every second pixel or every pixel twice, from any half pixel on, with rows that end where the last pixel does.
+void CheckEven(Random* random, Form form, i64 width, i64 rows, i64 stepX) {
+    i64 startX = random->From(0, 6) * 32768 + random->From(0, 1) * 77, startY = random->From(0, 65535);
+    Steps steps{startX, stepX, startY, random->Coin() ? stepX : 65536};
+    CheckWork(random, form, form, kq::PixelBytes(form), width, rows, steps, 0);
+}
+
+TEST_F(Sampling, HalvesAndDoublesEqualThePlainOnes) {
+    Random random;
+    for (i64 stepX : {131072, 32768})
+        for (Form form : {Form::Byte, Form::Argb})
+            for (i64 width = 1; width <= 300; ++width)
+                for (int i = 0; i < 3; ++i) CheckEven(&random, form, width, random.From(1, 5), stepX);
+}
+
+TEST_F(Sampling, HalvesAndDoublesThatGoPastTheCachesEqualThePlainOnes) {
+    Random random;
+    for (i64 stepX : {131072, 32768}) {
+        CheckEven(&random, Form::Argb, 4096 + random.From(0, 40), 1100, stepX);
+        CheckEven(&random, Form::Byte, 16384 + random.From(0, 40), 1100, stepX);
+    }
+}
+
 TEST_F(Sampling, EmptyWorkTouchesNothing) {
     kq::Sampling work{};
     for (Simd level : Levels()) kq::SamplePixels(work, Form::Argb, Form::Bgr, level);
@@ -281,6 +315,40 @@ TEST_F(Sampling, FillsOfPixelRowsEqualAByteLoop) {
                     pair.plain.Data()[target.first + y * target.step + k] = pixel[k % pixelBytes];
             kq::FillPixelRows(pair.fast.Data() + target.first, target.step, bytes, rows, pixel, pixelBytes, level);
             ASSERT_TRUE(pair.Same()) << bytes << " x " << rows;
+        }
+    }
+}
+
+TEST_F(Sampling, LongFillsEqualAByteLoop) {
+    Random random;
+    for (i64 bytes : {2047, 2048, 5000, 400000, 393216, 589824, 600001})
+        for (i64 pixelBytes : {1, 2, 3, 4}) {
+            i64 length = bytes / pixelBytes * pixelBytes, rows = random.From(1, 4);
+            Rows target(length, rows, &random);
+            u8 pixel[4];
+            random.Fill(pixel, 4);
+            for (Simd level : Levels()) {
+                TargetPair pair(size_t(target.size), random.Coin(), nullptr);
+                for (i64 y = 0; y < rows; ++y)
+                    for (i64 k = 0; k < length; ++k)
+                        pair.plain.Data()[target.first + y * target.step + k] = pixel[k % pixelBytes];
+                kq::FillPixelRows(pair.fast.Data() + target.first, target.step, length, rows, pixel, pixelBytes, level);
+                ASSERT_TRUE(pair.Same()) << length << " x " << rows << " of " << pixelBytes;
+            }
+        }
+}
+
+TEST_F(Sampling, CopiesOfBigByteRowsEqualMemcpy) {
+    Random random;
+    for (auto [bytes, rows] : {std::pair<i64, i64>{4003, 300}, {2048, 520}, {17000, 1000}}) {
+        Guarded source(size_t(bytes * rows), true);
+        random.Fill(source.Data(), source.Size());
+        for (Simd level : Levels()) {
+            Guarded target(size_t(bytes * rows), random.Coin());
+            kq::CopyByteRows({source.Data(), bytes, target.Data() + bytes * (rows - 1), -bytes, bytes, rows}, level);
+            for (i64 y = 0; y < rows; ++y)
+                ASSERT_EQ(std::memcmp(target.Data() + bytes * (rows - 1 - y), source.Data() + bytes * y, size_t(bytes)),
+                          0);
         }
     }
 }
@@ -417,8 +485,10 @@ void CopyAsDescribed(const Source& source, const Target& target, i32 x, i32 y, i
     i64 bytes = kq::PixelBytes(FormOf(source));
     for (i32 row = 0; row < height; ++row)
         for (i32 column = 0; column < width; ++column) {
-            i64 offset = At(source, x + column, y + row) - source.data;
+            i64 offset = source.firstRowOffset + i64(y + row) * source.rowBytes + i64(x + column) * source.pixelBytes;
             bool held = y + row >= 0 && y + row < source.height && offset >= 0 && offset + bytes <= source.dataSize;
+            bool padded = std::abs(source.rowBytes) != source.width * source.pixelBytes;
+            if (padded && (x + column < 0 || x + column >= source.width)) held = false;
             if (held) move(source.data + offset, At(target, toX + column, toY + row));
         }
 }
@@ -455,6 +525,80 @@ TEST_F(Sampling, CopiesEqualTheirDescriptionWithRectanglesThatStickOut) {
             CheckCopy<KQNativeBitmap, KQBitmap>(&random, depth, 32);
         }
     }
+}
+
+// The copy between native bitmaps as it is described: no clip, equal depths as they are, limited to a rectangle of the
+// source, of pixels that both bitmaps hold.
+void CheckNativeCopy(Random* random, i32 sourceDepth, i32 targetDepth) {
+    i32 sw = i32(random->From(1, 60)), sh = i32(random->From(1, 9)), tw = i32(random->From(1, 60)),
+        th = i32(random->From(1, 9));
+    Guarded pixels(size_t(BytesOf(sw, sh, sourceDepth, true)), random->Coin());
+    random->Fill(pixels.Data(), pixels.Size());
+    TargetPair pair(size_t(BytesOf(tw, th, targetDepth, true)), random->Coin(), random);
+    KQNativeBitmap source = Native(sw, sh, sourceDepth, pixels.Data());
+    KQNativeBitmap plain = Native(tw, th, targetDepth, pair.plain.Data());
+    KQNativeBitmap fast = Native(tw, th, targetDepth, pair.fast.Data());
+    i32 width = i32(random->From(1, std::min(sw, tw))), height = i32(random->From(1, std::min(sh, th)));
+    i32 x = i32(random->From(0, sw - width)), y = i32(random->From(0, sh - height));
+    i32 toX = i32(random->From(0, tw - width)), toY = i32(random->From(0, th - height));
+    KQRectT<long> rect = OuterRect(random, sw, sh);
+    bool limited = random->Coin();
+    kq::PixelMove move = kq::PlainMove(FormOf(source), FormOf(plain));
+    for (i32 row = 0; row < height; ++row)
+        for (i32 column = 0; column < width; ++column) {
+            i32 fromX = x + column, fromY = y + row;
+            bool inside =
+                fromX >= rect.x && fromX < rect.x + rect.width && fromY >= rect.y && fromY < rect.y + rect.height;
+            if (limited && !inside) continue;
+            u8 *from = At(source, fromX, fromY), *to = At(plain, toX + column, toY + row);
+            sourceDepth == targetDepth ? void(std::memcpy(to, from, size_t(source.pixelBytes))) : move(from, to);
+        }
+    CopyBitmapKQ(&source, &fast, limited ? &rect : nullptr, x, y, width, height, toX, toY);
+    ASSERT_TRUE(pair.Same()) << sourceDepth << " to " << targetDepth << ": " << x << ' ' << y << ' ' << width << ' '
+                             << height << " to " << toX << ' ' << toY;
+}
+
+TEST_F(Sampling, CopiesBetweenNativeBitmapsEqualTheirDescription) {
+    Random random;
+    for (int i = 0; i < 400; ++i)
+        for (i32 from : {16, 24, 32})
+            for (i32 to : {16, 24, 32}) CheckNativeCopy(&random, from, to);
+}
+
+// A source whose padding is behind a wall: pixels with a mark, padding with another one that no target may show.
+TEST_F(Sampling, PaddingOfASourceIsNeverRead) {
+    constexpr i32 kWidth = 5, kHeight = 4;
+    for (i32 depth : {16, 24}) {
+        i32 row = kWidth * depth / 8;
+        Guarded pixels(size_t(BytesOf(kWidth, kHeight, depth, true)), true);
+        KQNativeBitmap source = Native(kWidth, kHeight, depth, pixels.Data());
+        std::memset(pixels.Data(), 0xFF, pixels.Size());
+        for (i32 y = 0; y < kHeight; ++y) std::memset(At(source, 0, y), 0, size_t(row));
+        Guarded wide(size_t(BytesOf(12, kHeight, 32, false)), true),
+            same(size_t(BytesOf(12, kHeight, depth, true)), true);
+        KQBitmap portable = Portable(12, kHeight, 32, wide.Data());
+        KQNativeBitmap native = Native(12, kHeight, depth, same.Data());
+        std::memset(wide.Data(), 0x11, wide.Size());
+        std::memset(same.Data(), 0x11, same.Size());
+        CopyBitmapKQ(&source, &portable, -2, 0, 12, kHeight, 0, 0);
+        CopyBitmapKQ(&source, &portable, 0, 0, -1, -1, -3, 0);
+        CopyBitmapKQ(&source, &native, -1, 0, 9, kHeight, 0, 0);
+        KQRectT<long> outside{-2, 0, 9, kHeight};
+        ScaleBitmapKQ(&source, &portable, &outside, nullptr);
+        ScaleBitmapKQ(&source, &native, &outside, nullptr);
+        for (i32 i = 0; i < portable.dataSize; ++i)
+            ASSERT_TRUE(portable.data[i] != 0xFF || i % 4 == 0) << depth << ": padding came to byte " << i;
+        for (i32 i = 0; i < native.dataSize; ++i) ASSERT_NE(native.data[i], 0xFF) << depth << " at " << i;
+    }
+}
+
+TEST_F(Sampling, WorkAfterCleanUpStaysInItsThread) {
+    std::vector<u8> bytes(8000000);
+    CleanUpKQ();
+    kq::FillBlock(bytes.data(), i64(bytes.size()), 0x01020304);
+    kqtest::InitWithoutWindow();
+    EXPECT_EQ(bytes.front(), 4);
+    EXPECT_EQ(bytes.back(), 1);
 }
 
 }   // namespace
