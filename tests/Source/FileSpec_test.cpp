@@ -472,7 +472,7 @@ TEST_F(FileSpec, TextWithoutAFileNameIsNotSearchedFor) {
 }
 
 TEST_F(FileSpec, QuestionForALongNameIsWhole) {
-    std::string name(2000, 'n');
+    std::string name(1000, 'n');
     name.replace(766, 3, "\xE2\x82\xAC");   // a character across the cut
     ReadText(Below("old/" + name), KQTAG_SpecAskReplace, 0);
     ASSERT_EQ(messages.size(), 1u);
