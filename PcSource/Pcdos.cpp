@@ -170,13 +170,6 @@ i64 ReadFileAt(KQFileInfo* file, i64 offset, void* buffer, size_t count) {
     return got;
 }
 
-const u8* MapFile(KQFileInfo* file, u64 length) {
-    if (file->MemStart || FileCallFails()) return nullptr;
-    return static_cast<const u8*>(pal::FileMap(DiskFile(file), size_t(length)));
-}
-
-void UnmapFile(const u8* view, u64 length) { pal::FileUnmap(view, size_t(length)); }
-
 int CutFile(KQFileInfo* file, i64 length) {
     if (file->MemStart || FileCallFails()) return 0;
     bool cut = pal::FileCut(DiskFile(file), length);

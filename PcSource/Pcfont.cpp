@@ -95,11 +95,8 @@ bool ReadSelected(KQFont* font, size_t* directory) {
 }
 
 bool UseFile(KQFont* font, size_t* directory) {
-    kq::FontBytes bytes = kq::OpenFontBytes(font->fontFile);
-    if (!bytes.data) return false;
-    font->fontData = bytes.data;
-    font->fontBytes = bytes.length;
-    font->mapped = bytes.mapped;
+    font->fontData = kq::ReadFontFile(font->fontFile, &font->fontBytes);
+    if (!font->fontData) return false;
     if (kq::truetype::FindDirectory({font->fontData, size_t(font->fontBytes)}, u32(font->faceIndex), directory))
         return true;
     KQEnv->Error = KQERR_BADDATA;
@@ -108,12 +105,11 @@ bool UseFile(KQFont* font, size_t* directory) {
 
 void FreeData(KQFont* font) {
     kq::truetype::FreeIndex(font);
-    kq::FreeFontBytes({font->fontData, font->fontBytes, font->mapped != 0});
+    KQ_FREE(font->fontData);
     font->fontData = font->cmapTable = font->cmapRecord = font->glyfTable = font->locaTable = font->headTable = nullptr;
     font->hheaTable = font->hmtxTable = font->kernTable = nullptr;
     font->sizes = {};
     font->fontBytes = 0;
-    font->mapped = 0;
 }
 
 // Loads the file and finds its tables; false with nothing kept on failure.

@@ -10,14 +10,6 @@ namespace kq {
 // are none and -1 on failure, both with `Error` as ReadFileKQ leaves it. The position afterwards is undefined.
 i64 ReadFileAt(KQFileInfo* file, i64 offset, void* buffer, size_t count);
 
-// Shows the first `length` bytes (1 or more, and no more than the file has) of a disk file that is open for reading as
-// memory that must not be written. The view stays when the file is closed; the caller ends it with UnmapFile. Null on
-// failure, with `Error` left alone: what cannot be shown can still be read.
-const u8* MapFile(KQFileInfo* file, u64 length);
-
-// Ends a view of MapFile; `length` is what it was made with. Null is ignored.
-void UnmapFile(const u8* view, u64 length);
-
 // Moves to `position` and makes sure: non-zero when the file stands there. A writer must not go on elsewhere.
 inline int MoveTo(KQFileInfo* file, i64 position) {
     SeekFileKQ(file, position, KQSEEK_Start);

@@ -126,34 +126,31 @@ bool LooksLikeFont(KQFileInfo* file) {
 }
 
 // Reads all of an open file into a block; null on failure.
-u8* ReadAll(KQFileInfo* file, u64 length) {
+u8* ReadAll(KQFileInfo* file, u64* length) {
+    i64 bytes = GetFileLengthKQ(file);
+    if (bytes <= 0 || u64(bytes) > KQFONT_MostBytes) {
+        KQEnv->Error = KQERR_BADDATA;
+        return nullptr;
+    }
     // The bare form: the guarded one would fill what the read is about to, twice.
-    u8* data = static_cast<u8*>(AllocMemoryKQ(size_t(length), 0));
+    u8* data = static_cast<u8*>(AllocMemoryKQ(size_t(bytes), 0));
     if (!data) return nullptr;
-    if (ReadFileAt(file, 0, data, size_t(length)) == i64(length)) return data;
+    *length = u64(bytes);
+    if (ReadFileAt(file, 0, data, size_t(bytes)) == bytes) return data;
     KQ_FREE(data);
     KQEnv->Error = KQERR_READ;
     return nullptr;
-}
-
-FontBytes BytesOf(KQFileInfo* file) {
-    i64 length = GetFileLengthKQ(file);
-    if (length <= 0 || u64(length) > KQFONT_MostBytes) {
-        KQEnv->Error = KQERR_BADDATA;
-        return {};
-    }
-    if (const u8* view = MapFile(file, u64(length))) return {const_cast<u8*>(view), u64(length), true};
-    return {ReadAll(file, u64(length)), u64(length), false};
 }
 
 int OnFile(const char* path, u32, uptr user) {
     auto& walk = *reinterpret_cast<FolderWalk*>(user);
     if (!walk.more) return 0;
     KQFileInfo* opened = OpenFileKQ(path, KQFILE_Read);
-    FontBytes bytes = opened && LooksLikeFont(opened) ? BytesOf(opened) : FontBytes{};
+    u64 length = 0;
+    u8* data = opened && LooksLikeFont(opened) ? ReadAll(opened, &length) : nullptr;
     CloseFileKQ(opened);
-    if (bytes.data) walk.more = EnumerateFontFaces({bytes.data, size_t(bytes.length)}, path, walk.face, walk.user);
-    FreeFontBytes(bytes);
+    if (data) walk.more = EnumerateFontFaces({data, size_t(length)}, path, walk.face, walk.user);
+    KQ_FREE(data);
     return 0;
 }
 
@@ -192,19 +189,12 @@ bool IsFontFile(const char* path) {
     return looks;
 }
 
-FontBytes OpenFontBytes(const char* path) {
+u8* ReadFontFile(const char* path, u64* length) {
     KQFileInfo* file = OpenFileKQ(path, KQFILE_Read);
-    if (!file) return {};
-    FontBytes bytes = BytesOf(file);
+    if (!file) return nullptr;
+    u8* data = ReadAll(file, length);
     CloseFileKQ(file);
-    return bytes;
-}
-
-void FreeFontBytes(const FontBytes& bytes) {
-    if (bytes.mapped)
-        UnmapFile(bytes.data, bytes.length);
-    else
-        KQ_FREE(bytes.data);
+    return data;
 }
 
 }   // namespace kq

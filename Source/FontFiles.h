@@ -20,17 +20,7 @@ bool EnumerateFontFaces(const truetype::Table& file, const char* path, FaceFunct
 // Whether the file begins as a TrueType file or a collection does. `Error` is left alone.
 bool IsFontFile(const char* path);
 
-// The bytes of a font file.
-struct FontBytes {
-    u8* data;   // not to be written when they are mapped; null: none
-    u64 length;
-    bool mapped;   // a view of the file, not a block
-};
-
-// All bytes of the file, seen where they lie when the host can show them, else read into a block. Without data on
-// failure, with `Error` set. The caller gives them back with FreeFontBytes.
-FontBytes OpenFontBytes(const char* path);
-
-void FreeFontBytes(const FontBytes& bytes);
+// Reads the whole file into a new block, freed by the caller, and tells its length. Null on failure, with `Error` set.
+u8* ReadFontFile(const char* path, u64* length);
 
 }   // namespace kq

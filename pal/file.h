@@ -45,14 +45,6 @@ i64 FileReadAt(File* file, i64 offset, void* buffer, size_t count);
 // The length in bytes, or -1.
 i64 FileLength(File* file);
 
-// Shows the first `length` bytes (1 or more, and no more than the file has) of a file that is open for reading as
-// memory that must not be written; pages come in when they are looked at. The view stays when the file is closed. Null
-// on failure, also when the host cannot show this file so. Reading a view whose file has been cut meanwhile is a fault.
-const void* FileMap(File* file, size_t length);
-
-// Ends a view of FileMap; `length` is what it was made with. Null is ignored.
-void FileUnmap(const void* view, size_t length);
-
 // Cuts the file to `length` bytes; false on failure. The position afterwards is undefined.
 bool FileCut(File* file, i64 length);
 

@@ -6,10 +6,7 @@
 //
 // A font is used by one thread at a time: the open state is in its record. What a damaged font file claims is checked
 // when it is first looked at; it yields no outline and zero metrics.
-//
-// A font file that is listed by its path is looked at where it lies while the font is open. To put a new version in its
-// place, rename it there, as installers do: a file that is overwritten meanwhile gives wrong outlines, and one that is
-// cut is a fault, as in any program that it is mapped into.
+// The whole file is read when the font is opened, so that it may change or go while the font is used.
 #pragma once
 
 #include <cstring>
@@ -55,7 +52,7 @@ struct KQFont {
     u32 state;                      // KQFONT_Open
     i32 resolutionX, resolutionY;   // pixels per inch
     f64 scaleX, scaleY;             // font units to pixels
-    u8* fontData;                   // the whole font file, owned while open; not to be written
+    u8* fontData;                   // the whole font file, owned while open
     u8* cmapTable;                  // pointers into fontData
     u8* cmapRecord;                 // the encoding record in use
     u8* glyfTable;
@@ -73,7 +70,6 @@ struct KQFont {
     KQFontSizes sizes;      // of the tables while open
     void* index;            // what was learnt of the 8-bit characters; made at its first use while open
     u64 fontBytes;          // bytes at fontData
-    u32 mapped;             // non-zero: fontData is a view of the file, not a block
 };
 
 // The font of a node in a list of fonts: the node's third word, its ID widened to a whole word, points at the font.

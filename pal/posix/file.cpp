@@ -8,7 +8,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -131,15 +130,6 @@ i64 FileLength(File* file) {
     struct stat status;
     if (fstat(file->descriptor, &status) != 0) return Failed<i64>(-1);
     return i64(status.st_size);
-}
-
-const void* FileMap(File* file, size_t length) {
-    void* view = mmap(nullptr, length, PROT_READ, MAP_PRIVATE, file->descriptor, 0);
-    return view == MAP_FAILED ? Failed<const void*>(nullptr) : view;
-}
-
-void FileUnmap(const void* view, size_t length) {
-    if (view) munmap(const_cast<void*>(view), length);
 }
 
 bool FileCut(File* file, i64 length) {

@@ -133,19 +133,6 @@ i64 FileLength(File* file) {
     return length.QuadPart;
 }
 
-const void* FileMap(File* file, size_t length) {
-    HANDLE mapping = CreateFileMappingW(file->handle, nullptr, PAGE_READONLY, 0, 0, nullptr);
-    if (!mapping) return Failed<const void*>(nullptr);
-    const void* view = MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, length);
-    if (!view) lastError = GetLastError();
-    CloseHandle(mapping);
-    return view;
-}
-
-void FileUnmap(const void* view, size_t) {
-    if (view) UnmapViewOfFile(view);
-}
-
 bool FileCut(File* file, i64 length) {
     if (FileSeek(file, length, Origin::Start) < 0) return false;
     return SetEndOfFile(file->handle) || Failed(false);

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <string>
 
-#include "Source/FileAt.h"
 #include "kq/files.h"
 #include "pal/file.h"
 #include "support/Fixture.h"
@@ -365,32 +364,6 @@ TEST_F(Pcdos, OpeningWithoutMemoryGivesNoFile) {
         EXPECT_EQ(opened == nullptr, GetErrorKQ() == KQERR_NOMEM);
         CloseFileKQ(opened);
     });
-}
-
-TEST_F(Pcdos, ViewOfAFileShowsItsBytesAndOutlivesTheHandle) {
-    std::string text(70000, 'x');
-    text[69999] = 'y';
-    Open(text);
-    const u8* view = kq::MapFile(file, text.size());
-    ASSERT_NE(view, nullptr);
-    CloseFileKQ(file);
-    file = nullptr;
-    EXPECT_EQ(std::memcmp(view, text.data(), text.size()), 0);
-    kq::UnmapFile(view, text.size());
-    kq::UnmapFile(nullptr, 1);
-}
-
-TEST_F(Pcdos, ViewThatCannotBeHadIsNullAndLeavesTheErrorWord) {
-    Open("text");
-    u8 bytes[4] = {};
-    KQFileInfo* memory = OpenFileinMemoryKQ(bytes, 4, KQFILE_Read);
-    KQEnv->Error = KQERR_BADDATA;
-    kq::fileFaults.Set(1, true);
-    EXPECT_EQ(kq::MapFile(file, 4), nullptr);
-    kq::fileFaults.Clear();
-    EXPECT_EQ(kq::MapFile(memory, 4), nullptr);
-    EXPECT_EQ(GetErrorKQ(), u32(KQERR_BADDATA));
-    CloseFileKQ(memory);
 }
 
 }   // namespace

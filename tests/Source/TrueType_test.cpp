@@ -147,29 +147,6 @@ TEST_F(TrueType, OpenFontHoldsTheWholeFile) {
     EXPECT_EQ(font.kernTable, nullptr);
 }
 
-TEST_F(TrueType, OpenFontIsAViewOfItsFile) {
-    Open(Letters());
-    EXPECT_NE(font.mapped, 0u);
-    CloseFontKQ(&font);
-    EXPECT_EQ(font.mapped, 0u);
-}
-
-// The host that cannot show a file is played by the file call that fails.
-TEST_F(TrueType, FileThatCannotBeShownIsReadIntoABlock) {
-    std::string bytes = Letters().Build();
-    int blocks = 0;
-    for (i64 n = 1; n < 10; ++n) {
-        kq::fileFaults.Set(n, true);
-        int opened = OpenBytes(bytes);
-        kq::fileFaults.Clear();
-        if (!opened || font.mapped) continue;
-        ++blocks;
-        EXPECT_EQ(font.fontBytes, bytes.size());
-        EXPECT_EQ(Outline('A'), kTriangleText);
-    }
-    EXPECT_EQ(blocks, 1);
-}
-
 TEST_F(TrueType, FontThatTheHostCannotSelectLeavesNothingBehind) {
     font.fontFile = nullptr;
     std::strcpy(font.logFont.faceName, "KQ No Such Face");
