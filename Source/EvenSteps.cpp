@@ -18,17 +18,22 @@ void DoublePlain(const u8* from, u8* to, i64 count, i64 bytes) {
     for (i64 i = 0; i < count; ++i) std::memcpy(to + i * bytes, from + i / 2 * bytes, size_t(bytes));
 }
 
-// Target bytes of a row: those up to `length` are done in whole registers, of which the second may start at any
-// multiple of `unit`, a power of 2.
-struct EvenRow {
-    SourceBytes source;
-    u8* to;
-    i64 length, unit;
+// The part of each row that is done in whole registers. The second register of a row may start at any multiple of
+// `unit`, a power of 2.
+struct EvenRows {
+    const Sampling& work;
+    i64 top, bottom;
+    i64 from, to;   // bytes from the rows' first ones
+    i64 length;     // target bytes, at least a register
+    i64 unit;
     bool stream;
 
+    const u8* Source(i64 y) const { return SourceRow(work, y) + from; }
+    u8* Target(i64 y) const { return TargetRow(work, y) + to; }
+
     // Where the second register of `size` bytes starts.
-    i64 SecondRegister(i64 size) const {
-        i64 gap = i64(-reinterpret_cast<uptr>(to) & uptr(size - 1));
+    i64 SecondRegister(const u8* target, i64 size) const {
+        i64 gap = i64(-reinterpret_cast<uptr>(target) & uptr(size - 1));
         return gap > 0 && (gap & (unit - 1)) == 0 ? gap : size;
     }
 };
@@ -78,13 +83,12 @@ struct DoubleWords256 {
 };
 
 template <class Make>
-KQ_TARGET_AVX2 void FillRow256(const EvenRow& row, i64 ratio, Make make) {
-    const u8 *from = row.source.from, *ahead = from + row.source.ahead;
-    u8* to = row.to;
-    i64 length = row.length;
-    auto at = [to](i64 i) { return reinterpret_cast<__m256i*>(to + i); };
-    i64 i = row.SecondRegister(32);
-    bool stream = row.stream && IsAligned(to + i, 32);
+KQ_TARGET_AVX2 inline void FillRow256(const EvenRows& rows, i64 y, i64 ratio, Make make) {
+    const u8 *from = rows.Source(y), *ahead = rows.Source(std::min(y + 1, rows.bottom - 1));
+    u8* to = rows.Target(y);
+    i64 length = rows.length, i = rows.SecondRegister(to, 32);
+    auto at = [to](i64 place) { return reinterpret_cast<__m256i*>(to + place); };
+    bool stream = rows.stream && IsAligned(to + i, 32);
     _mm256_storeu_si256(at(0), make(from, 0));
     for (; i + 32 <= length; i += 32) {
         PrefetchForRead(ahead + i * ratio / 2);
@@ -94,6 +98,11 @@ KQ_TARGET_AVX2 void FillRow256(const EvenRow& row, i64 ratio, Make make) {
             _mm256_storeu_si256(at(i), make(from, i));
     }
     _mm256_storeu_si256(at(length - 32), make(from, length - 32));
+}
+
+template <class Make>
+KQ_TARGET_AVX2 void FillRows256(const EvenRows& rows, i64 ratio, Make make) {
+    for (i64 y = rows.top; y < rows.bottom; ++y) FillRow256(rows, y, ratio, make);
 }
 
 // Places of a permutation of bytes, in two registers for every second pixel of `bytes` bytes, in one of 32 for every
@@ -131,12 +140,11 @@ struct Double512 {
 };
 
 template <class Make>
-KQ_TARGET_AVX512 void FillRow512(const EvenRow& row, i64 ratio, Make make) {
-    const u8 *from = row.source.from, *ahead = from + row.source.ahead;
-    u8* to = row.to;
-    i64 length = row.length;
-    i64 i = row.SecondRegister(64);
-    bool stream = row.stream && IsAligned(to + i, 64);
+KQ_TARGET_AVX512 inline void FillRow512(const EvenRows& rows, i64 y, i64 ratio, Make make) {
+    const u8 *from = rows.Source(y), *ahead = rows.Source(std::min(y + 1, rows.bottom - 1));
+    u8* to = rows.Target(y);
+    i64 length = rows.length, i = rows.SecondRegister(to, 64);
+    bool stream = rows.stream && IsAligned(to + i, 64);
     _mm512_storeu_si512(to, make(from, 0));
     for (; i + 64 <= length; i += 64) {
         PrefetchForRead(ahead + i * ratio / 2);
@@ -149,52 +157,69 @@ KQ_TARGET_AVX512 void FillRow512(const EvenRow& row, i64 ratio, Make make) {
     _mm512_storeu_si512(to + length - 64, make(from, length - 64));
 }
 
-KQ_TARGET_AVX512 void HalveRow512(const EvenRow& row, const Places& places) {
-    FillRow512(row, kHalving, Halve512{_mm512_load_si512(places.halve)});
+KQ_TARGET_AVX512 void HalveRows512(const EvenRows& rows, const Places& places) {
+    Halve512 make{_mm512_load_si512(places.halve)};
+    for (i64 y = rows.top; y < rows.bottom; ++y) FillRow512(rows, y, kHalving, make);
 }
 
-KQ_TARGET_AVX512 void DoubleRow512(const EvenRow& row, const Places& places) {
-    FillRow512(row, kDoubling, Double512{_mm512_load_si512(places.twice)});
+KQ_TARGET_AVX512 void DoubleRows512(const EvenRows& rows, const Places& places) {
+    Double512 make{_mm512_load_si512(places.twice)};
+    for (i64 y = rows.top; y < rows.bottom; ++y) FillRow512(rows, y, kDoubling, make);
 }
-
-i64 RegisterBytes(Simd level) { return level == Simd::Avx512 ? 64 : 32; }
 
 #endif
+
+// Whole registers of the rows; returns the target bytes done of each.
+i64 HalveWhole([[maybe_unused]] const EvenRows& rows, [[maybe_unused]] i64 bytes, [[maybe_unused]] Simd level) {
+#if defined(KQ_SIMD_X86)
+    if (level == Simd::Avx512 && rows.length >= 64) {
+        HalveRows512(rows, bytes == 1 ? kBytePlaces : kWordPlaces);
+        return rows.length;
+    }
+    if (level == Simd::Avx2 && rows.length >= 32) {
+        bytes == 1 ? FillRows256(rows, kHalving, HalveBytes256()) : FillRows256(rows, kHalving, HalveWords256());
+        return rows.length;
+    }
+#endif
+    return 0;
+}
+
+i64 DoubleWhole([[maybe_unused]] const EvenRows& rows, [[maybe_unused]] i64 bytes, [[maybe_unused]] Simd level) {
+#if defined(KQ_SIMD_X86)
+    if (level == Simd::Avx512 && rows.length >= 64) {
+        DoubleRows512(rows, bytes == 1 ? kBytePlaces : kWordPlaces);
+        return rows.length;
+    }
+    if (level == Simd::Avx2 && rows.length >= 32) {
+        bytes == 1 ? FillRows256(rows, kDoubling, DoubleBytes256()) : FillRows256(rows, kDoubling, DoubleWords256());
+        return rows.length;
+    }
+#endif
+    return 0;
+}
 
 }   // namespace
 
-void HalveRow(const SourceBytes& source, [[maybe_unused]] i64 readable, u8* to, i64 count, i64 bytes,
-              [[maybe_unused]] bool stream, [[maybe_unused]] Simd level) {
-    i64 whole = 0;
-#if defined(KQ_SIMD_X86)
+void HalveRows(const Sampling& work, i64 top, i64 bottom, bool stream, Simd level) {
+    i64 bytes = work.fromBytes, from = (work.startX >> 16) * bytes, all = work.width * bytes;
     // The last pixel's neighbour may lie outside, which a whole register would read.
-    i64 length = std::min(count * bytes, (readable >> 1) & -bytes);
-    if (level != Simd::Plain && length >= RegisterBytes(level)) {
-        EvenRow row{source, to, whole = length, bytes, stream};
-        if (level == Simd::Avx512)
-            HalveRow512(row, bytes == 1 ? kBytePlaces : kWordPlaces);
-        else
-            bytes == 1 ? FillRow256(row, kHalving, HalveBytes256()) : FillRow256(row, kHalving, HalveWords256());
-    }
-#endif
-    // The sizes are powers of 2, and a division costs as much as a short row.
-    if (whole < count * bytes) HalvePlain(source.from + whole * 2, to + whole, count - whole / bytes, bytes);
+    i64 length = std::min(all, (work.rowLength - from) / (2 * bytes) * bytes);
+    EvenRows rows{work, top, bottom, from, 0, length, bytes, stream};
+    i64 done = HalveWhole(rows, bytes, level);
+    for (i64 y = top; done < all && y < bottom; ++y)
+        HalvePlain(rows.Source(y) + done * 2, rows.Target(y) + done, (all - done) / bytes, bytes);
 }
 
-void DoubleRow(const SourceBytes& source, u8* to, i64 count, i64 bytes, [[maybe_unused]] bool stream,
-               [[maybe_unused]] Simd level) {
-    i64 whole = 0;
-#if defined(KQ_SIMD_X86)
-    i64 length = (count & -2) * bytes;
-    if (level != Simd::Plain && length >= RegisterBytes(level)) {
-        EvenRow row{source, to, whole = length, 2 * bytes, stream};
-        if (level == Simd::Avx512)
-            DoubleRow512(row, bytes == 1 ? kBytePlaces : kWordPlaces);
-        else
-            bytes == 1 ? FillRow256(row, kDoubling, DoubleBytes256()) : FillRow256(row, kDoubling, DoubleWords256());
-    }
-#endif
-    if (whole < count * bytes) DoublePlain(source.from + whole / 2, to + whole, count - whole / bytes, bytes);
+void DoubleRows(const Sampling& work, i64 top, i64 bottom, bool stream, Simd level) {
+    i64 bytes = work.fromBytes, from = (work.startX >> 16) * bytes;
+    // With an odd number of half pixels before the first one, it is the second of its pair.
+    i64 odd = (work.startX >> 15 & 1) * bytes, all = work.width * bytes - odd;
+    EvenRows rows{work, top, bottom, from + odd, odd, all / (2 * bytes) * 2 * bytes, 2 * bytes, stream};
+    for (i64 y = top; odd > 0 && y < bottom; ++y)
+        std::memcpy(TargetRow(work, y), SourceRow(work, y) + from, size_t(bytes));
+    i64 done = DoubleWhole(rows, bytes, level);
+    for (i64 y = top; done < all && y < bottom; ++y)
+        DoublePlain(rows.Source(y) + done / 2, rows.Target(y) + done, (all - done) / bytes, bytes);
 }
 
 }   // namespace kq

@@ -6,11 +6,10 @@
 
 namespace kq {
 
-// `count` pixels of `bytes` bytes, 1 or 4, from every second one of the row, of which `readable` bytes may be read.
-// `stream` puts the target past the caches, once it is aligned.
-void HalveRow(const SourceBytes& row, i64 readable, u8* to, i64 count, i64 bytes, bool stream, Simd level);
-
-// `count` pixels of `bytes` bytes, 1 or 4, each one of the row twice; an odd last one once.
-void DoubleRow(const SourceBytes& row, u8* to, i64 count, i64 bytes, bool stream, Simd level);
+// Rows `top` to `bottom`, the last not included, of a work whose pixels have 1 or 4 bytes on both sides and whose stepX
+// is 131072 (every second pixel) or 32768 (every pixel twice). `stream` puts the target past the caches, where it is
+// aligned.
+void HalveRows(const Sampling& work, i64 top, i64 bottom, bool stream, Simd level);
+void DoubleRows(const Sampling& work, i64 top, i64 bottom, bool stream, Simd level);
 
 }   // namespace kq

@@ -22,12 +22,6 @@ constexpr i64 kStreamBytes = i64(16) << 20;
 // Rows from which on a table is worth making.
 constexpr i64 kTableRows = 3;
 
-const u8* SourceRow(const Sampling& work, i64 y) {
-    return work.from + ((work.startY + y * work.stepY) >> 16) * work.fromStep;
-}
-
-u8* TargetRow(const Sampling& work, i64 y) { return work.to + y * work.toStep; }
-
 template <Form from, Form to>
 void PlainRows(const Sampling& work, i64 top, i64 bottom) {
     for (i64 y = top; y < bottom; ++y) {
@@ -262,36 +256,28 @@ bool SampleWords(const Sampling& work, Form from, Form to, Simd level) {
     return true;
 }
 
-struct HalveKernel {
+struct EvenWork {
     const Sampling& work;
     bool stream;
     Simd level;
-
-    void operator()(const SourceBytes& row, u8* to) const {
-        i64 readable = work.rowLength - (work.startX >> 16) * work.fromBytes;
-        HalveRow(StartOf(work, row), readable, to, work.width, work.fromBytes, stream, level);
-    }
 };
 
-// With an odd number of half pixels before the first one, it is the second of its pair.
-struct DoubleKernel {
-    const Sampling& work;
-    bool stream;
-    Simd level;
+void ShareOfHalves(i64 top, i64 bottom, const void* data) {
+    auto& even = *static_cast<const EvenWork*>(data);
+    HalveRows(even.work, top, bottom, even.stream, even.level);
+}
 
-    void operator()(const SourceBytes& row, u8* to) const {
-        i64 bytes = work.fromBytes, odd = work.startX >> 15 & 1;
-        SourceBytes start = StartOf(work, row);
-        if (odd) std::memcpy(to, start.from, size_t(bytes));
-        DoubleRow({start.from + odd * bytes, start.ahead, 0}, to + odd * bytes, work.width - odd, bytes, stream, level);
-    }
-};
+void ShareOfDoubles(i64 top, i64 bottom, const void* data) {
+    auto& even = *static_cast<const EvenWork*>(data);
+    DoubleRows(even.work, top, bottom, even.stream, even.level);
+}
 
 // Every second pixel, or every pixel twice.
 bool SampleEven(const Sampling& work, Form from, Form to, Simd level) {
     bool moves = from == to && (from == Form::Byte || from == Form::Argb) && work.fromBytes == PixelBytes(from);
     if (!moves || level == Simd::Plain || (work.stepX != 131072 && work.stepX != 32768)) return false;
-    work.stepX == 131072 ? SampleRows<HalveKernel>(work, to, level) : SampleRows<DoubleKernel>(work, to, level);
+    EvenWork even{work, WantsStream(work, to), level};
+    ShareRows(work.stepX == 131072 ? ShareOfHalves : ShareOfDoubles, &even, work.rows, work.width * work.rows);
     return true;
 }
 

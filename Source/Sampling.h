@@ -2,8 +2,8 @@
 // when both sides are known to lie in memory.
 #pragma once
 
-#include "Source/Simd.h"
 #include "Source/Pixels.h"
+#include "Source/Simd.h"
 
 namespace kq {
 
@@ -26,6 +26,12 @@ struct SourceBytes {
     const u8* from;
     i64 ahead, targetAhead;
 };
+
+inline const u8* SourceRow(const Sampling& work, i64 y) {
+    return work.from + ((work.startY + y * work.stepY) >> 16) * work.fromStep;
+}
+
+inline u8* TargetRow(const Sampling& work, i64 y) { return work.to + y * work.toStep; }
 
 // Moves the pixels with the kernels of `level`; big work is spread over the processors when the library's own thread
 // calls. Every level gives the same bytes.

@@ -74,12 +74,12 @@ KQ_API void FillAlphaRectKQ(KQBitmap* bitmap, u32 value, const KQRectT<long>* re
 // source's whole. A negative target position moves to 0 and is added to the source position and also to the size. The
 // size is then cut at the target's right and bottom edge; the caller keeps the rectangle in the source's columns, and
 // rows and blocks are cut at the end of the source's memory. Bitmaps of equal size copied whole take a block copy
-// without regard to depth; otherwise unlike depths copy nothing.
+// without regard to depth; otherwise unlike depths, and depths other than 32 and 8, copy nothing.
 KQ_API void CopyBitmapKQ(const KQBitmap* source, KQBitmap* target, i32 sourceX, i32 sourceY, i32 width, i32 height,
                          i32 targetX, i32 targetY);
 
 // Resamples `sourceRect` into `targetRect` by point sampling in 16.16 fixed point, without filter or rounding. Null
 // rectangles mean the whole bitmap. `targetRect` is clipped by the target; `sourceRect` must lie in the source. Both
-// bitmaps have the same depth, else nothing happens; a target size of 0 does nothing.
+// bitmaps have 32 or both 8 bits, else nothing happens; a target size of 0 or below does nothing.
 KQ_API void ScaleBitmapKQ(const KQBitmap* source, KQBitmap* target, const KQRectT<long>* sourceRect,
                           const KQRectT<long>* targetRect);

@@ -110,7 +110,9 @@ KQ_API void CopyBitmapKQ(const KQNativeBitmap* source, KQBitmap* target, i32 sou
 
 // Copies width x height pixels between native bitmaps, as they are between equal depths, else through bytes (16 bits
 // widen with low bits 0; a fourth byte is left alone). A negative width or height means the source's. The rectangles
-// are not clipped: the caller keeps both inside, and rows are only cut at the end of either bitmap's memory.
+// are not clipped: the caller keeps both inside, and rows are only cut at the end of either bitmap's memory. Here and in
+// every other copy and scaling, the padding of a source's rows is never read: what would come from it leaves the target
+// alone.
 KQ_API void CopyBitmapKQ(const KQNativeBitmap* source, KQNativeBitmap* target, i32 x, i32 y, i32 width, i32 height,
                          i32 targetX, i32 targetY);
 

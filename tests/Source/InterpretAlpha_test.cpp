@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 
 #include "Source/AlphaRows.h"
+#include "Source/Frames.h"
 #include "Source/Simd.h"
 #include "kq/nativebitmap.h"
 #include "support/FrameModule.h"
