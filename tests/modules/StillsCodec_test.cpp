@@ -1,0 +1,293 @@
+// Tests of the stills codec itself: what it writes it reads again, and damaged files are answers.
+#include "modules/stills/Codec.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <thread>
+
+#include "support/Fixture.h"
+
+namespace {
+
+using stills::Head;
+using stills::Problem;
+using Pixels = std::vector<u8>;
+using Bytes = std::vector<u8>;
+
+const char* const kExactKinds[] = {"png", "bmp", "tif"};
+
+Pixels RandomPixels(int width, int height, bool alpha, unsigned seed, int colours = 0) {
+    std::mt19937 random(seed);
+    Pixels pixels(size_t(width) * size_t(height) * 4);
+    for (size_t i = 0; i < pixels.size(); i += 4) {
+        unsigned word = unsigned(random());
+        if (colours) word = word % unsigned(colours) * 2654435761u;
+        std::memcpy(&pixels[i], &word, 4);
+        if (!alpha) pixels[i] = 255;
+    }
+    return pixels;
+}
+
+// Soft slopes, as photographs have them.
+Pixels Slopes(int width, int height) {
+    Pixels pixels;
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            for (int v : {255, x * 255 / width, y * 255 / height, (x + y) * 255 / (width + height)})
+                pixels.push_back(u8(v));
+    return pixels;
+}
+
+class StillsCodecTest : public kqtest::KQTest {
+protected:
+    std::string Path(const std::string& name) { return Folder() + name; }
+
+    std::string Write(const std::string& name, const char* extension, int width, int height, bool alpha,
+                      const Pixels& pixels, double aspect = 1.0) {
+        Head head = {width, height, alpha, aspect, ""};
+        Problem problem;
+        EXPECT_TRUE(stills::WritePixels(Path(name).c_str(), extension, head, pixels.data(), problem)) << problem;
+        return Path(name);
+    }
+
+    Head HeadOf(const std::string& path) {
+        Head head;
+        Problem problem;
+        EXPECT_TRUE(stills::ReadHead(path.c_str(), head, problem)) << problem;
+        return head;
+    }
+
+    Pixels Read(const std::string& path, int width, int height) {
+        Pixels pixels(size_t(width) * size_t(height) * 4, 0x5A);
+        Problem problem;
+        EXPECT_TRUE(stills::ReadPixels(path.c_str(), width, height, pixels.data(), problem)) << problem;
+        return pixels;
+    }
+
+    Pixels Store(const std::string& name, const Bytes& bytes, int width, int height) {
+        kqtest::WriteWholeFile(Path(name), bytes.data(), bytes.size());
+        return Read(Path(name), width, height);
+    }
+
+    // Both questions are answered with no and a reason.
+    void ExpectRefused(const std::string& path) {
+        Head head;
+        Problem problem;
+        EXPECT_FALSE(stills::ReadHead(path.c_str(), head, problem)) << path;
+        EXPECT_FALSE(problem.empty());
+        Pixels pixels(4 * 4 * 4, 0x5A);
+        problem.clear();
+        EXPECT_FALSE(stills::ReadPixels(path.c_str(), 4, 4, pixels.data(), problem)) << path;
+        EXPECT_FALSE(problem.empty());
+        EXPECT_EQ(pixels, Pixels(pixels.size(), 0x5A)) << "what could not be read is left as it was";
+    }
+};
+
+TEST_F(StillsCodecTest, NamesTheKindsOfEveryPlatform) {
+    for (const char* kind : {"png", "tif", "jpg", "bmp", "tiff", "jpeg"}) {
+        EXPECT_TRUE(stills::Reads(kind)) << kind;
+        EXPECT_TRUE(stills::Writes(kind)) << kind;
+    }
+    for (const char* kind : {"", " ", "p", "png ", "pn", "png tif", "txt", "flm"}) {
+        EXPECT_FALSE(stills::Reads(kind)) << kind;
+        EXPECT_FALSE(stills::Writes(kind)) << kind;
+    }
+}
+
+TEST_F(StillsCodecTest, ExactKindsComeBackExactly) {
+    for (const char* kind : kExactKinds)
+        for (bool alpha : {false, true})
+            for (int width : {1, 2, 3, 17, 64}) {
+                SCOPED_TRACE(std::string(kind) + (alpha ? " with alpha " : " ") + std::to_string(width));
+                Pixels pixels = RandomPixels(width, 11, alpha, unsigned(width));
+                std::string path = Write(std::string("a.") + kind, kind, width, 11, alpha, pixels);
+                Head head = HeadOf(path);
+                EXPECT_EQ(head.width, width);
+                EXPECT_EQ(head.height, 11);
+                EXPECT_EQ(head.alpha, alpha);
+                EXPECT_EQ(head.pixelAspect, 1.0);
+                EXPECT_FALSE(head.format.empty());
+                EXPECT_EQ(Read(path, width, 11), pixels);
+            }
+}
+
+TEST_F(StillsCodecTest, ColourUnderTransparentPixelsIsKept) {
+    Pixels pixels = {0, 10, 20, 30, 1, 200, 100, 50, 255, 1, 2, 3, 128, 250, 251, 252};
+    for (const char* kind : kExactKinds) EXPECT_EQ(Read(Write("t", kind, 2, 2, true, pixels), 2, 2), pixels) << kind;
+}
+
+TEST_F(StillsCodecTest, WithoutAlphaTheFileHasNone) {
+    Pixels pixels = RandomPixels(5, 5, true, 9);
+    for (const char* kind : kExactKinds) {
+        std::string path = Write("n", kind, 5, 5, false, pixels);
+        EXPECT_FALSE(HeadOf(path).alpha) << kind;
+        EXPECT_EQ(Read(path, 5, 5)[0], 255) << kind;
+    }
+}
+
+TEST_F(StillsCodecTest, JpegComesBackNearlyAndDropsAlpha) {
+    Pixels pixels = Slopes(64, 48);
+    std::string path = Write("a.jpg", "jpg", 64, 48, true, pixels);
+    EXPECT_FALSE(HeadOf(path).alpha);
+    Pixels back = Read(path, 64, 48);
+    int largest = 0;
+    for (size_t i = 0; i < pixels.size(); ++i) largest = std::max(largest, std::abs(int(pixels[i]) - int(back[i])));
+    EXPECT_LE(largest, 12);
+}
+
+TEST_F(StillsCodecTest, GifKeepsFewColoursExactly) {
+    if (!stills::Writes("gif")) GTEST_SKIP() << "this codec writes no GIF";
+    Pixels pixels = RandomPixels(40, 30, false, 3, 256);
+    std::string path = Write("a.gif", "gif", 40, 30, false, pixels);
+    EXPECT_FALSE(HeadOf(path).alpha);
+    EXPECT_EQ(Read(path, 40, 30), pixels);
+}
+
+TEST_F(StillsCodecTest, GifKeepsTransparentPixels) {
+    if (!stills::Writes("gif")) GTEST_SKIP() << "this codec writes no GIF";
+    Pixels pixels = RandomPixels(40, 30, false, 3, 100);
+    for (size_t i = 0; i < pixels.size(); i += 12) pixels[i] = 0;
+    std::string path = Write("a.gif", "gif", 40, 30, true, pixels);
+    EXPECT_TRUE(HeadOf(path).alpha);
+    Pixels back = Read(path, 40, 30);
+    for (size_t i = 0; i < pixels.size(); i += 4) {
+        ASSERT_EQ(back[i], pixels[i]);
+        if (pixels[i]) {
+            ASSERT_EQ(std::memcmp(&back[i], &pixels[i], 4), 0);
+        }
+    }
+}
+
+TEST_F(StillsCodecTest, GifOfManyColoursIsNear) {
+    if (!stills::Writes("gif")) GTEST_SKIP() << "this codec writes no GIF";
+    Pixels pixels = Slopes(64, 48), back = Read(Write("a.gif", "gif", 64, 48, false, pixels), 64, 48);
+    i64 sum = 0;
+    for (size_t i = 0; i < pixels.size(); ++i) sum += std::abs(int(pixels[i]) - int(back[i]));
+    EXPECT_LE(sum / double(pixels.size()), 8.0);
+}
+
+TEST_F(StillsCodecTest, PixelAspectIsKept) {
+    Pixels pixels = RandomPixels(4, 4, false, 1);
+    for (const char* kind : {"png", "tif", "jpg"})
+        for (double aspect : {0.5, 1.0, 1.0667, 2.0})
+            EXPECT_NEAR(HeadOf(Write("p", kind, 4, 4, false, pixels, aspect)).pixelAspect, aspect, 0.02) << kind;
+}
+
+TEST_F(StillsCodecTest, AnotherSizeTakesTheNearestLowerPixels) {
+    Pixels pixels = RandomPixels(30, 20, true, 5);
+    std::string path = Write("a.png", "png", 30, 20, true, pixels);
+    const int sizes[][2] = {{15, 10}, {7, 3}, {1, 1}, {60, 40}, {31, 19}, {13, 20}};
+    for (auto [width, height] : sizes) {
+        Pixels scaled = Read(path, width, height);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x) {
+                int fromX = (x * ((30 << 16) / width)) >> 16, fromY = (y * ((20 << 16) / height)) >> 16;
+                ASSERT_EQ(std::memcmp(&scaled[size_t(y * width + x) * 4], &pixels[size_t(fromY * 30 + fromX) * 4], 4), 0)
+                    << width << " x " << height << " at " << x << ", " << y;
+            }
+    }
+}
+
+TEST_F(StillsCodecTest, ALongerFileIsReplacedWhole) {
+    Write("a.png", "png", 64, 64, true, RandomPixels(64, 64, true, 1));
+    Pixels small = RandomPixels(2, 2, true, 2);
+    std::string path = Write("a.png", "png", 2, 2, true, small);
+    EXPECT_EQ(Read(path, 2, 2), small);
+    EXPECT_LT(kqtest::ReadWholeFile(path).size(), 4096u);
+}
+
+TEST_F(StillsCodecTest, NamesAreUtf8) {
+    Pixels pixels = RandomPixels(3, 3, true, 4);
+    std::string path = Write("\xC3\xA4 \xE7\x94\xBB \xF0\x9F\x8E\xAC.png", "png", 3, 3, true, pixels);
+    EXPECT_EQ(Read(path, 3, 3), pixels);
+    EXPECT_FALSE(kqtest::ReadWholeFile(path).empty());
+}
+
+TEST_F(StillsCodecTest, MissingEmptyAndForeignFilesAreRefused) {
+    ExpectRefused(Path("none.png"));
+    ExpectRefused(Path("no/such/folder.png"));
+    ExpectRefused(Folder());
+    ExpectRefused("");
+    kqtest::WriteWholeFile(Path("empty.png"), "");
+    ExpectRefused(Path("empty.png"));
+    kqtest::WriteWholeFile(Path("text.png"), "This is no picture at all, but a line of text.\n");
+    ExpectRefused(Path("text.png"));
+}
+
+TEST_F(StillsCodecTest, AFileThatCannotBeWrittenIsToldAndOneOfNoKindIsNot) {
+    Head head = {2, 2, false, 1.0, ""};
+    Pixels pixels(16);
+    Problem problem;
+    EXPECT_FALSE(stills::WritePixels(Path("no/such/a.png").c_str(), "png", head, pixels.data(), problem));
+    EXPECT_FALSE(problem.empty());
+    problem.clear();
+    EXPECT_FALSE(stills::WritePixels(Path("a.xyz").c_str(), "xyz", head, pixels.data(), problem));
+    EXPECT_FALSE(problem.empty());
+    EXPECT_TRUE(kqtest::ReadWholeFile(Path("a.xyz")).empty());
+}
+
+TEST_F(StillsCodecTest, ManyThreadsInTurnLeaveNothingOpen) {
+    Pixels pixels = RandomPixels(16, 16, true, 6);
+    std::string path = Write("a.png", "png", 16, 16, true, pixels);
+    for (int i = 0; i < 20; ++i)
+        std::thread([&] { EXPECT_EQ(Read(path, 16, 16), pixels); }).join();
+    EXPECT_EQ(std::remove(path.c_str()), 0) << "a file that is still open cannot be removed everywhere";
+}
+
+// A cut file is refused, or (cut in what comes behind the pixels) read whole; it never gives wrong pixels for right.
+TEST_F(StillsCodecTest, CutFilesAreAnswers) {
+    for (const char* kind : {"png", "bmp", "tif", "jpg", "gif"}) {
+        if (!stills::Writes(kind)) continue;
+        Pixels pixels = RandomPixels(24, 18, false, 8, 200);
+        std::string path = Write("whole", kind, 24, 18, false, pixels);
+        Bytes whole = kqtest::ReadWholeFile(path);
+        Pixels right = Read(path, 24, 18);
+        int refused = 0;
+        for (size_t length = 0; length < whole.size(); length += 1 + whole.size() / 150) {
+            std::string cut = Path("cut");
+            kqtest::WriteWholeFile(cut, whole.data(), length);
+            Pixels got(right.size(), 0x5A);
+            Problem problem;
+            bool read = stills::ReadPixels(cut.c_str(), 24, 18, got.data(), problem);
+            EXPECT_EQ(read, problem.empty());
+            refused += !read;
+            if (read) {
+                EXPECT_EQ(got, right) << kind << " cut at " << length << " of " << whole.size();
+            }
+        }
+        EXPECT_GT(refused, 50) << kind;
+    }
+}
+
+TEST_F(StillsCodecTest, MutatedFilesAreAnswers) {
+    unsigned seed = 20260;
+    std::printf("seed %u\n", seed);
+    std::mt19937 random(seed);
+    int read = 0, refused = 0;
+    for (const char* kind : {"png", "bmp", "tif", "jpg", "gif"}) {
+        if (!stills::Writes(kind)) continue;
+        Bytes whole = kqtest::ReadWholeFile(Write("whole", kind, 40, 30, false, RandomPixels(40, 30, false, 2, 250)));
+        for (int i = 0; i < 120; ++i) {
+            Bytes changed = whole;
+            for (unsigned n = 1 + random() % 6; n > 0; --n) {
+                size_t reach = random() % 2 ? std::min<size_t>(changed.size(), 200) : changed.size();
+                changed[random() % reach] = u8(random());
+            }
+            kqtest::WriteWholeFile(Path("changed"), changed.data(), changed.size());
+            Head head;
+            Problem problem;
+            Pixels pixels(20 * 20 * 4);
+            bool good = stills::ReadHead(Path("changed").c_str(), head, problem) &&
+                        stills::ReadPixels(Path("changed").c_str(), 20, 20, pixels.data(), problem);
+            EXPECT_EQ(good, problem.empty());
+            ++(good ? read : refused);
+        }
+    }
+    std::printf("%d read, %d refused\n", read, refused);
+    EXPECT_GT(refused, 0);
+}
+
+}   // namespace
