@@ -20,20 +20,31 @@ struct Head {
 };
 
 // Why a call failed, in words for a person: "cut off after row 12", "no space left on the device".
-using Problem = std::string;
+struct Problem : std::string {
+    using std::string::string;
+    using std::string::operator=;
+    bool diskFull = false;   // set by a writer that ran out of room
+};
+
+// How much of a still's pixels there is.
+enum class Pixels {
+    Whole,     // all of them
+    Damaged,   // a part; the rest of the target is left as it was, and the problem says why
+    None,      // nothing
+};
 
 // Whether files of this extension (lower case, no dot) are read and are written here.
 bool Reads(const char* extension);
 bool Writes(const char* extension);
 
-// Reads the head of the file at `path` (UTF-8). False, and the reason, when it is no still of a kind that is read.
+// Reads the head of the file at `path` (UTF-8). False, and the reason, when it is no still of a kind that is read. The
+// kind goes by the contents, and by the extension only for files that do not tell.
 bool ReadHead(const char* path, Head& head, Problem& problem);
 
 // Reads the pixels into `pixels`: `width` * `height` pixels of 4 bytes, alpha, red, green, blue, the top row first, rows
 // close together, 8 bits a channel, alpha straight, 255 without an alpha channel. The file is scaled (nearest, or a
-// cheaper reduced decode) when `width` and `height` differ from its own. What could not be read is left as it was.
-// False, and the reason, when anything is missing or damaged.
-bool ReadPixels(const char* path, int width, int height, std::uint8_t* pixels, Problem& problem);
+// cheaper reduced decode) when `width` and `height` differ from its own, which `head` tells when it is known.
+Pixels ReadPixels(const char* path, int width, int height, std::uint8_t* pixels, Head& head, Problem& problem);
 
 // Says that `path` will probably be asked for next, at this size. May read ahead; may do nothing.
 void Expect(const char* path, int width, int height);

@@ -14,14 +14,14 @@ namespace {
 
 using stills::Head;
 using stills::Problem;
-using Pixels = std::vector<u8>;
+using stills::Pixels;
 using Bytes = std::vector<u8>;
 
 const char* const kExactKinds[] = {"png", "bmp", "tif"};
 
-Pixels RandomPixels(int width, int height, bool alpha, unsigned seed, int colours = 0) {
+Bytes RandomPixels(int width, int height, bool alpha, unsigned seed, int colours = 0) {
     std::mt19937 random(seed);
-    Pixels pixels(size_t(width) * size_t(height) * 4);
+    Bytes pixels(size_t(width) * size_t(height) * 4);
     for (size_t i = 0; i < pixels.size(); i += 4) {
         unsigned word = unsigned(random());
         if (colours) word = word % unsigned(colours) * 2654435761u;
@@ -32,8 +32,8 @@ Pixels RandomPixels(int width, int height, bool alpha, unsigned seed, int colour
 }
 
 // Soft slopes, as photographs have them.
-Pixels Slopes(int width, int height) {
-    Pixels pixels;
+Bytes Slopes(int width, int height) {
+    Bytes pixels;
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
             for (int v : {255, x * 255 / width, y * 255 / height, (x + y) * 255 / (width + height)})
@@ -46,7 +46,7 @@ protected:
     std::string Path(const std::string& name) { return Folder() + name; }
 
     std::string Write(const std::string& name, const char* extension, int width, int height, bool alpha,
-                      const Pixels& pixels, double aspect = 1.0) {
+                      const Bytes& pixels, double aspect = 1.0) {
         Head head = {width, height, alpha, aspect, ""};
         Problem problem;
         EXPECT_TRUE(stills::WritePixels(Path(name).c_str(), extension, head, pixels.data(), problem)) << problem;
@@ -60,14 +60,16 @@ protected:
         return head;
     }
 
-    Pixels Read(const std::string& path, int width, int height) {
-        Pixels pixels(size_t(width) * size_t(height) * 4, 0x5A);
+    Bytes Read(const std::string& path, int width, int height) {
+        Bytes pixels(size_t(width) * size_t(height) * 4, 0x5A);
+        Head head;
         Problem problem;
-        EXPECT_TRUE(stills::ReadPixels(path.c_str(), width, height, pixels.data(), problem)) << problem;
+        EXPECT_EQ(stills::ReadPixels(path.c_str(), width, height, pixels.data(), head, problem), Pixels::Whole)
+            << problem;
         return pixels;
     }
 
-    Pixels Store(const std::string& name, const Bytes& bytes, int width, int height) {
+    Bytes Store(const std::string& name, const Bytes& bytes, int width, int height) {
         kqtest::WriteWholeFile(Path(name), bytes.data(), bytes.size());
         return Read(Path(name), width, height);
     }
@@ -78,11 +80,11 @@ protected:
         Problem problem;
         EXPECT_FALSE(stills::ReadHead(path.c_str(), head, problem)) << path;
         EXPECT_FALSE(problem.empty());
-        Pixels pixels(4 * 4 * 4, 0x5A);
+        Bytes pixels(4 * 4 * 4, 0x5A);
         problem.clear();
-        EXPECT_FALSE(stills::ReadPixels(path.c_str(), 4, 4, pixels.data(), problem)) << path;
+        EXPECT_EQ(stills::ReadPixels(path.c_str(), 4, 4, pixels.data(), head, problem), Pixels::None) << path;
         EXPECT_FALSE(problem.empty());
-        EXPECT_EQ(pixels, Pixels(pixels.size(), 0x5A)) << "what could not be read is left as it was";
+        EXPECT_EQ(pixels, Bytes(pixels.size(), 0x5A)) << "what could not be read is left as it was";
     }
 };
 
@@ -102,7 +104,7 @@ TEST_F(StillsCodecTest, ExactKindsComeBackExactly) {
         for (bool alpha : {false, true})
             for (int width : {1, 2, 3, 17, 64}) {
                 SCOPED_TRACE(std::string(kind) + (alpha ? " with alpha " : " ") + std::to_string(width));
-                Pixels pixels = RandomPixels(width, 11, alpha, unsigned(width));
+                Bytes pixels = RandomPixels(width, 11, alpha, unsigned(width));
                 std::string path = Write(std::string("a.") + kind, kind, width, 11, alpha, pixels);
                 Head head = HeadOf(path);
                 EXPECT_EQ(head.width, width);
@@ -115,12 +117,12 @@ TEST_F(StillsCodecTest, ExactKindsComeBackExactly) {
 }
 
 TEST_F(StillsCodecTest, ColourUnderTransparentPixelsIsKept) {
-    Pixels pixels = {0, 10, 20, 30, 1, 200, 100, 50, 255, 1, 2, 3, 128, 250, 251, 252};
+    Bytes pixels = {0, 10, 20, 30, 1, 200, 100, 50, 255, 1, 2, 3, 128, 250, 251, 252};
     for (const char* kind : kExactKinds) EXPECT_EQ(Read(Write("t", kind, 2, 2, true, pixels), 2, 2), pixels) << kind;
 }
 
 TEST_F(StillsCodecTest, WithoutAlphaTheFileHasNone) {
-    Pixels pixels = RandomPixels(5, 5, true, 9);
+    Bytes pixels = RandomPixels(5, 5, true, 9);
     for (const char* kind : kExactKinds) {
         std::string path = Write("n", kind, 5, 5, false, pixels);
         EXPECT_FALSE(HeadOf(path).alpha) << kind;
@@ -129,10 +131,10 @@ TEST_F(StillsCodecTest, WithoutAlphaTheFileHasNone) {
 }
 
 TEST_F(StillsCodecTest, JpegComesBackNearlyAndDropsAlpha) {
-    Pixels pixels = Slopes(64, 48);
+    Bytes pixels = Slopes(64, 48);
     std::string path = Write("a.jpg", "jpg", 64, 48, true, pixels);
     EXPECT_FALSE(HeadOf(path).alpha);
-    Pixels back = Read(path, 64, 48);
+    Bytes back = Read(path, 64, 48);
     int largest = 0;
     for (size_t i = 0; i < pixels.size(); ++i) largest = std::max(largest, std::abs(int(pixels[i]) - int(back[i])));
     EXPECT_LE(largest, 12);
@@ -140,7 +142,7 @@ TEST_F(StillsCodecTest, JpegComesBackNearlyAndDropsAlpha) {
 
 TEST_F(StillsCodecTest, GifKeepsFewColoursExactly) {
     if (!stills::Writes("gif")) GTEST_SKIP() << "this codec writes no GIF";
-    Pixels pixels = RandomPixels(40, 30, false, 3, 256);
+    Bytes pixels = RandomPixels(40, 30, false, 3, 256);
     std::string path = Write("a.gif", "gif", 40, 30, false, pixels);
     EXPECT_FALSE(HeadOf(path).alpha);
     EXPECT_EQ(Read(path, 40, 30), pixels);
@@ -148,11 +150,11 @@ TEST_F(StillsCodecTest, GifKeepsFewColoursExactly) {
 
 TEST_F(StillsCodecTest, GifKeepsTransparentPixels) {
     if (!stills::Writes("gif")) GTEST_SKIP() << "this codec writes no GIF";
-    Pixels pixels = RandomPixels(40, 30, false, 3, 100);
+    Bytes pixels = RandomPixels(40, 30, false, 3, 100);
     for (size_t i = 0; i < pixels.size(); i += 12) pixels[i] = 0;
     std::string path = Write("a.gif", "gif", 40, 30, true, pixels);
     EXPECT_TRUE(HeadOf(path).alpha);
-    Pixels back = Read(path, 40, 30);
+    Bytes back = Read(path, 40, 30);
     for (size_t i = 0; i < pixels.size(); i += 4) {
         ASSERT_EQ(back[i], pixels[i]);
         if (pixels[i]) {
@@ -163,25 +165,25 @@ TEST_F(StillsCodecTest, GifKeepsTransparentPixels) {
 
 TEST_F(StillsCodecTest, GifOfManyColoursIsNear) {
     if (!stills::Writes("gif")) GTEST_SKIP() << "this codec writes no GIF";
-    Pixels pixels = Slopes(64, 48), back = Read(Write("a.gif", "gif", 64, 48, false, pixels), 64, 48);
+    Bytes pixels = Slopes(64, 48), back = Read(Write("a.gif", "gif", 64, 48, false, pixels), 64, 48);
     i64 sum = 0;
     for (size_t i = 0; i < pixels.size(); ++i) sum += std::abs(int(pixels[i]) - int(back[i]));
     EXPECT_LE(sum / double(pixels.size()), 8.0);
 }
 
 TEST_F(StillsCodecTest, PixelAspectIsKept) {
-    Pixels pixels = RandomPixels(4, 4, false, 1);
+    Bytes pixels = RandomPixels(4, 4, false, 1);
     for (const char* kind : {"png", "tif", "jpg"})
         for (double aspect : {0.5, 1.0, 1.0667, 2.0})
             EXPECT_NEAR(HeadOf(Write("p", kind, 4, 4, false, pixels, aspect)).pixelAspect, aspect, 0.02) << kind;
 }
 
 TEST_F(StillsCodecTest, AnotherSizeTakesTheNearestLowerPixels) {
-    Pixels pixels = RandomPixels(30, 20, true, 5);
+    Bytes pixels = RandomPixels(30, 20, true, 5);
     std::string path = Write("a.png", "png", 30, 20, true, pixels);
     const int sizes[][2] = {{15, 10}, {7, 3}, {1, 1}, {60, 40}, {31, 19}, {13, 20}};
     for (auto [width, height] : sizes) {
-        Pixels scaled = Read(path, width, height);
+        Bytes scaled = Read(path, width, height);
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x) {
                 int fromX = (x * ((30 << 16) / width)) >> 16, fromY = (y * ((20 << 16) / height)) >> 16;
@@ -193,14 +195,14 @@ TEST_F(StillsCodecTest, AnotherSizeTakesTheNearestLowerPixels) {
 
 TEST_F(StillsCodecTest, ALongerFileIsReplacedWhole) {
     Write("a.png", "png", 64, 64, true, RandomPixels(64, 64, true, 1));
-    Pixels small = RandomPixels(2, 2, true, 2);
+    Bytes small = RandomPixels(2, 2, true, 2);
     std::string path = Write("a.png", "png", 2, 2, true, small);
     EXPECT_EQ(Read(path, 2, 2), small);
     EXPECT_LT(kqtest::ReadWholeFile(path).size(), 4096u);
 }
 
 TEST_F(StillsCodecTest, NamesAreUtf8) {
-    Pixels pixels = RandomPixels(3, 3, true, 4);
+    Bytes pixels = RandomPixels(3, 3, true, 4);
     std::string path = Write("\xC3\xA4 \xE7\x94\xBB \xF0\x9F\x8E\xAC.png", "png", 3, 3, true, pixels);
     EXPECT_EQ(Read(path, 3, 3), pixels);
     EXPECT_FALSE(kqtest::ReadWholeFile(path).empty());
@@ -219,7 +221,7 @@ TEST_F(StillsCodecTest, MissingEmptyAndForeignFilesAreRefused) {
 
 TEST_F(StillsCodecTest, AFileThatCannotBeWrittenIsToldAndOneOfNoKindIsNot) {
     Head head = {2, 2, false, 1.0, ""};
-    Pixels pixels(16);
+    Bytes pixels(16);
     Problem problem;
     EXPECT_FALSE(stills::WritePixels(Path("no/such/a.png").c_str(), "png", head, pixels.data(), problem));
     EXPECT_FALSE(problem.empty());
@@ -230,7 +232,7 @@ TEST_F(StillsCodecTest, AFileThatCannotBeWrittenIsToldAndOneOfNoKindIsNot) {
 }
 
 TEST_F(StillsCodecTest, ManyThreadsInTurnLeaveNothingOpen) {
-    Pixels pixels = RandomPixels(16, 16, true, 6);
+    Bytes pixels = RandomPixels(16, 16, true, 6);
     std::string path = Write("a.png", "png", 16, 16, true, pixels);
     for (int i = 0; i < 20; ++i)
         std::thread([&] { EXPECT_EQ(Read(path, 16, 16), pixels); }).join();
@@ -241,17 +243,18 @@ TEST_F(StillsCodecTest, ManyThreadsInTurnLeaveNothingOpen) {
 TEST_F(StillsCodecTest, CutFilesAreAnswers) {
     for (const char* kind : {"png", "bmp", "tif", "jpg", "gif"}) {
         if (!stills::Writes(kind)) continue;
-        Pixels pixels = RandomPixels(24, 18, false, 8, 200);
+        Bytes pixels = RandomPixels(24, 18, false, 8, 200);
         std::string path = Write("whole", kind, 24, 18, false, pixels);
         Bytes whole = kqtest::ReadWholeFile(path);
-        Pixels right = Read(path, 24, 18);
+        Bytes right = Read(path, 24, 18);
         int refused = 0;
         for (size_t length = 0; length < whole.size(); length += 1 + whole.size() / 150) {
             std::string cut = Path("cut");
             kqtest::WriteWholeFile(cut, whole.data(), length);
-            Pixels got(right.size(), 0x5A);
+            Bytes got(right.size(), 0x5A);
             Problem problem;
-            bool read = stills::ReadPixels(cut.c_str(), 24, 18, got.data(), problem);
+            Head head;
+            bool read = stills::ReadPixels(cut.c_str(), 24, 18, got.data(), head, problem) == Pixels::Whole;
             EXPECT_EQ(read, problem.empty());
             refused += !read;
             if (read) {
@@ -279,9 +282,9 @@ TEST_F(StillsCodecTest, MutatedFilesAreAnswers) {
             kqtest::WriteWholeFile(Path("changed"), changed.data(), changed.size());
             Head head;
             Problem problem;
-            Pixels pixels(20 * 20 * 4);
+            Bytes pixels(20 * 20 * 4);
             bool good = stills::ReadHead(Path("changed").c_str(), head, problem) &&
-                        stills::ReadPixels(Path("changed").c_str(), 20, 20, pixels.data(), problem);
+                        stills::ReadPixels(Path("changed").c_str(), 20, 20, pixels.data(), head, problem) == Pixels::Whole;
             EXPECT_EQ(good, problem.empty());
             ++(good ? read : refused);
         }

@@ -36,11 +36,15 @@ const Words kWords[] = {
 }   // namespace
 
 Problem Explain(HRESULT code) {
+    Problem problem;
+    problem.diskFull = code == OfWin32(ERROR_DISK_FULL) || code == OfWin32(ERROR_HANDLE_DISK_FULL);
     for (const Words& words : kWords)
-        if (words.code == code) return words.text;
+        if (words.code == code) problem = words.text;
+    if (!problem.empty()) return problem;
     char text[64];
     std::snprintf(text, sizeof text, "damaged or cut off (code %08lX)", static_cast<unsigned long>(code));
-    return text;
+    problem = text;
+    return problem;
 }
 
 std::wstring Widen(const char* text) {

@@ -118,6 +118,14 @@ double PixelAspect(Still& still) {
     return aspect > 0.01 && aspect < 100 ? aspect : 1.0;
 }
 
+void Describe(Still& still, Head& head) {
+    head.width = int(still.width);
+    head.height = int(still.height);
+    head.alpha = still.alpha;
+    head.pixelAspect = PixelAspect(still);
+    head.format = still.kind->name;
+}
+
 // Rows of the picture, read ahead as long as each is asked for.
 class Rows {
 public:
@@ -184,16 +192,17 @@ Columns ColumnsOf(const Still& still, int width) {
     return columns;
 }
 
-void ReadRows(Still& still, int width, int height, std::uint8_t* pixels, UINT& reached) {
+// Counts in `done` the target's rows that are complete.
+void ReadRows(Still& still, int width, int height, std::uint8_t* pixels, int& done) {
     Columns columns = ColumnsOf(still, width);
     std::vector<int> lines = Places(still.height, height);
     Rows rows(still, unsigned(height) >= still.height);
     bool covers = columns.places.size() == size_t(width);
-    for (int y = 0; y < height; ++y) {
-        std::uint8_t* out = pixels + size_t(y) * size_t(width) * 4;
-        reached = UINT(lines[size_t(y)]);
-        bool inside = reached >= still.top && reached - still.top < still.frameHeight;
-        const std::uint8_t* row = inside ? rows.Get(reached - still.top) : nullptr;
+    for (; done < height; ++done) {
+        std::uint8_t* out = pixels + size_t(done) * size_t(width) * 4;
+        UINT line = UINT(lines[size_t(done)]);
+        bool inside = line >= still.top && line - still.top < still.frameHeight;
+        const std::uint8_t* row = inside ? rows.Get(line - still.top) : nullptr;
         if (!inside || !covers) std::fill(out, out + size_t(width) * 4, std::uint8_t(0));
         if (inside)
             TurnRow(*still.layout, row, columns.places.data(), int(columns.places.size()),
@@ -207,24 +216,23 @@ bool ReadHead(const char* path, Head& head, Problem& problem) {
     return Attempt(problem, [&] {
         Still still;
         Open(still, path);
-        head.width = int(still.width);
-        head.height = int(still.height);
-        head.alpha = still.alpha;
-        head.pixelAspect = PixelAspect(still);
-        head.format = still.kind->name;
+        Describe(still, head);
     });
 }
 
-bool ReadPixels(const char* path, int width, int height, std::uint8_t* pixels, Problem& problem) {
-    UINT reached = 0;
+Pixels ReadPixels(const char* path, int width, int height, std::uint8_t* pixels, Head& head, Problem& problem) {
+    int done = 0;
     bool read = Attempt(problem, [&] {
         if (width <= 0 || height <= 0) throw Failed{WINCODEC_ERR_IMAGESIZEOUTOFRANGE};
         Still still;
         Open(still, path);
-        ReadRows(still, width, height, pixels, reached);
+        Describe(still, head);
+        ReadRows(still, width, height, pixels, done);
     });
-    if (!read && reached > 0) problem += ", after row " + std::to_string(reached);
-    return read;
+    if (read) return Pixels::Whole;
+    if (done == 0) return Pixels::None;
+    problem += "; " + std::to_string(done) + " of " + std::to_string(height) + " rows are there";
+    return Pixels::Damaged;
 }
 
 // The component has no reading ahead, and a thread of our own would have to end before the module is unloaded.
