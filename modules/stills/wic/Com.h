@@ -2,7 +2,7 @@
 // result code.
 #pragma once
 
-#include <new>
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -88,7 +88,7 @@ bool Attempt(Problem& problem, Work work) {
         return true;
     } catch (const Failed& failed) {
         problem = Explain(failed.code);
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         problem = Explain(E_OUTOFMEMORY);
     }
     return false;

@@ -130,7 +130,8 @@ void Describe(Still& still, Head& head) {
 class Rows {
 public:
     Rows(Still& still, bool each)
-        : still_(still), stride_((size_t(still.frameWidth) * still.layout->channels * still.layout->channelBytes + 3) & ~size_t(3)) {
+        : still_(still),
+          stride_((size_t(still.frameWidth) * still.layout->channels * still.layout->channelBytes + 3) & ~size_t(3)) {
         most_ = each ? UINT(std::clamp<size_t>(kBandBytes / stride_, 1, still.frameHeight)) : 1;
         band_.resize(stride_ * most_);
     }

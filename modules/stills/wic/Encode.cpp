@@ -1,7 +1,6 @@
 // Writing: the imaging component encodes into memory, and one write puts the whole file on disk, so that every fault of
 // the disk is seen here and not in an encoder that may not tell.
 #include <algorithm>
-#include <cmath>
 #include <vector>
 
 #include "modules/stills/wic/Com.h"
@@ -47,10 +46,6 @@ void SetOptions(const Kind& kind, IPropertyBag2* options) {
         value.vt = VT_UI1;
         value.bVal = WICTiffCompressionLZW;
         SetOption(options, L"TiffCompressionMethod", value);
-    } else if (IsEqualGUID(*kind.container, GUID_ContainerFormatBmp)) {
-        value.vt = VT_BOOL;
-        value.boolVal = VARIANT_TRUE;
-        SetOption(options, L"EnableV5Header32bppBGRA", value);
     }
 }
 
@@ -104,8 +99,8 @@ void WriteAll(HANDLE file, const std::uint8_t* at, size_t count) {
 }
 
 void Store(const char* path, const std::uint8_t* bytes, size_t count) {
-    HANDLE file = CreateFileW(Widen(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-                              nullptr);
+    HANDLE file =
+        CreateFileW(Widen(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) throw Failed{HRESULT_FROM_WIN32(GetLastError())};
     try {
         WriteAll(file, bytes, count);
@@ -116,32 +111,34 @@ void Store(const char* path, const std::uint8_t* bytes, size_t count) {
     if (!CloseHandle(file)) throw Failed{HRESULT_FROM_WIN32(GetLastError())};
 }
 
-void StoreStream(const char* path, IStream* stream) {
+// What the encoder wrote; the memory is the stream's own.
+std::vector<std::uint8_t> BytesOf(IStream* stream) {
     STATSTG status;
     Check(stream->Stat(&status, STATFLAG_NONAME));
-    HGLOBAL memory;
-    Check(GetHGlobalFromStream(stream, &memory));
-    auto* bytes = static_cast<const std::uint8_t*>(GlobalLock(memory));
-    if (!bytes) throw Failed{E_OUTOFMEMORY};
-    try {
-        Store(path, bytes, size_t(status.cbSize.QuadPart));
-    } catch (...) {
-        GlobalUnlock(memory);
-        throw;
+    Check(stream->Seek({}, STREAM_SEEK_SET, nullptr));
+    std::vector<std::uint8_t> bytes(size_t(status.cbSize.QuadPart));
+    for (size_t done = 0; done < bytes.size();) {
+        ULONG got = 0;
+        Check(stream->Read(bytes.data() + done, ULONG(std::min<size_t>(bytes.size() - done, size_t(1) << 30)), &got));
+        if (got == 0) throw Failed{E_UNEXPECTED};
+        done += got;
     }
-    GlobalUnlock(memory);
+    return bytes;
 }
 
 void Write(const char* path, const Kind& kind, const Head& head, const std::uint8_t* pixels) {
     Writer writer;
     Begin(writer, kind, head);
+    int transparent = -1;
     if (IsEqualGUID(*kind.container, GUID_ContainerFormatGif))
-        WriteIndexed(writer.factory.Get(), writer.frame.Get(), head, pixels);
+        transparent = WriteIndexed(writer.factory.Get(), writer.frame.Get(), head, pixels);
     else
         WriteColours(writer, kind, head, pixels);
     Check(writer.frame->Commit());
     Check(writer.encoder->Commit());
-    StoreStream(path, writer.stream.Get());
+    std::vector<std::uint8_t> bytes = BytesOf(writer.stream.Get());
+    if (transparent >= 0) MarkTransparent(bytes, transparent);
+    Store(path, bytes.data(), bytes.size());
 }
 
 }   // namespace

@@ -1,7 +1,8 @@
-// Writing of pictures with a palette: the colours are counted, the palette is theirs or the component's choice, and each
-// pixel takes the nearest entry.
+// Writing of pictures with a palette: the colours are counted, the palette is theirs or the component's choice, and
+// each pixel takes the nearest entry.
 #include "modules/stills/wic/Indexed.h"
 
+#include <algorithm>
 #include <climits>
 #include <unordered_map>
 #include <vector>
@@ -101,31 +102,28 @@ void SetPalette(IWICImagingFactory* factory, IWICBitmapFrameEncode* frame, std::
     Check(frame->SetPalette(palette.Get()));
 }
 
-// An encoder that does not take the transparent entry from the palette is told of it.
-void TellTransparent(IWICBitmapFrameEncode* frame, const std::vector<Colour>& colours) {
-    Owned<IWICMetadataQueryWriter> writer;
-    if (FAILED(frame->GetMetadataQueryWriter(writer.Out()))) return;
-    for (size_t i = 0; i < colours.size(); ++i) {
-        if (colours[i] != kTransparent) continue;
-        PROPVARIANT value = {};
-        value.vt = VT_BOOL;
-        value.boolVal = VARIANT_TRUE;
-        writer->SetMetadataByName(L"/grctlext/TransparencyFlag", &value);
-        value = {};
-        value.vt = VT_UI1;
-        value.bVal = std::uint8_t(i);
-        writer->SetMetadataByName(L"/grctlext/TransparentColorIndex", &value);
+// The bytes of a GIF's colour table by the flags of its screen or picture.
+size_t TableBytes(std::uint8_t flags) { return flags & 0x80 ? size_t(3) << ((flags & 7) + 1) : 0; }
+
+// Where the first picture or graphic control of a GIF begins; the length when there is none.
+size_t FindPicture(const std::vector<std::uint8_t>& gif) {
+    constexpr size_t kScreenEnd = 13;
+    size_t at = gif.size() < kScreenEnd ? gif.size() : kScreenEnd + TableBytes(gif[10]);
+    while (at + 2 < gif.size() && gif[at] == 0x21 && gif[at + 1] != 0xF9) {
+        at += 2;
+        while (at < gif.size() && gif[at] != 0) at += size_t(gif[at]) + 1;
+        ++at;
     }
+    return at;
 }
 
 }   // namespace
 
-void WriteIndexed(IWICImagingFactory* factory, IWICBitmapFrameEncode* frame, const Head& head,
-                  const std::uint8_t* pixels) {
+int WriteIndexed(IWICImagingFactory* factory, IWICBitmapFrameEncode* frame, const Head& head,
+                 const std::uint8_t* pixels) {
     std::vector<Colour> colours = Colours(head, pixels);
     if (colours.size() > 256) colours = Chosen(factory, head, pixels);
     SetPalette(factory, frame, colours);
-    TellTransparent(frame, colours);
     Nearest nearest(colours);
     std::vector<std::uint8_t> row(size_t(head.width));
     for (int y = 0; y < head.height; ++y) {
@@ -133,6 +131,18 @@ void WriteIndexed(IWICImagingFactory* factory, IWICBitmapFrameEncode* frame, con
         for (size_t x = 0; x < row.size(); ++x) row[x] = nearest.Of(ColourOf(in + x * 4, head.alpha));
         Check(frame->WritePixels(1, UINT(row.size()), UINT(row.size()), row.data()));
     }
+    auto transparent = std::find(colours.begin(), colours.end(), kTransparent);
+    return transparent == colours.end() ? -1 : int(transparent - colours.begin());
+}
+
+void MarkTransparent(std::vector<std::uint8_t>& gif, int entry) {
+    size_t at = FindPicture(gif);
+    if (at + 8 > gif.size()) return;
+    const std::uint8_t control[8] = {0x21, 0xF9, 4, 1, 0, 0, std::uint8_t(entry), 0};
+    if (gif[at] == 0x21)
+        std::copy(control, control + 8, gif.begin() + std::ptrdiff_t(at));
+    else
+        gif.insert(gif.begin() + std::ptrdiff_t(at), control, control + 8);
 }
 
 }   // namespace stills

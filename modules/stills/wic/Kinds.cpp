@@ -13,7 +13,7 @@ const Kind kKinds[] = {
     {" png ", &GUID_ContainerFormatPng, "PNG", true, true},
     {" tif tiff ", &GUID_ContainerFormatTiff, "TIFF", true, true},
     {" jpg jpeg jpe jfif ", &GUID_ContainerFormatJpeg, "JPEG", true, false},
-    {" bmp dib ", &GUID_ContainerFormatBmp, "BMP", true, true},
+    {" bmp dib ", &GUID_ContainerFormatBmp, "BMP", true, false},
     {" gif ", &GUID_ContainerFormatGif, "GIF", true, true},
     {" ico ", &GUID_ContainerFormatIco, "ICO", false, true},
     {" dds ", &GUID_ContainerFormatDds, "DDS", false, true},

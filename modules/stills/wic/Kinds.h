@@ -8,9 +8,9 @@ namespace stills {
 struct Kind {
     const char* extensions;   // lower case, each between blanks, the first one of three letters
     const GUID* container;
-    const char* name;         // in words
+    const char* name;   // in words
     bool writes;
-    bool alpha;               // what is written can have alpha
+    bool alpha;   // what is written can have alpha
 };
 
 // The kind by extension or by container; null for one that is not read here.

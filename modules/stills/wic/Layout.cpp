@@ -8,22 +8,14 @@ namespace stills {
 namespace {
 
 const Layout kLayouts[] = {
-    {&GUID_WICPixelFormat32bppBGRA, 1, 4, 3, 2, 1, 0, false},
-    {&GUID_WICPixelFormat32bppRGBA, 1, 4, 3, 0, 1, 2, false},
-    {&GUID_WICPixelFormat32bppPBGRA, 1, 4, 3, 2, 1, 0, true},
-    {&GUID_WICPixelFormat32bppPRGBA, 1, 4, 3, 0, 1, 2, true},
-    {&GUID_WICPixelFormat32bppBGR, 1, 4, -1, 2, 1, 0, false},
-    {&GUID_WICPixelFormat24bppBGR, 1, 3, -1, 2, 1, 0, false},
-    {&GUID_WICPixelFormat24bppRGB, 1, 3, -1, 0, 1, 2, false},
-    {&GUID_WICPixelFormat8bppGray, 1, 1, -1, 0, 0, 0, false},
-    {&GUID_WICPixelFormat16bppGray, 2, 1, -1, 0, 0, 0, false},
-    {&GUID_WICPixelFormat48bppRGB, 2, 3, -1, 0, 1, 2, false},
-    {&GUID_WICPixelFormat48bppBGR, 2, 3, -1, 2, 1, 0, false},
-    {&GUID_WICPixelFormat64bppRGB, 2, 4, -1, 0, 1, 2, false},
-    {&GUID_WICPixelFormat64bppRGBA, 2, 4, 3, 0, 1, 2, false},
-    {&GUID_WICPixelFormat64bppBGRA, 2, 4, 3, 2, 1, 0, false},
-    {&GUID_WICPixelFormat64bppPRGBA, 2, 4, 3, 0, 1, 2, true},
-    {&GUID_WICPixelFormat64bppPBGRA, 2, 4, 3, 2, 1, 0, true},
+    {&GUID_WICPixelFormat32bppBGRA, 1, 4, 3, 2, 1, 0, false},  {&GUID_WICPixelFormat32bppRGBA, 1, 4, 3, 0, 1, 2, false},
+    {&GUID_WICPixelFormat32bppPBGRA, 1, 4, 3, 2, 1, 0, true},  {&GUID_WICPixelFormat32bppPRGBA, 1, 4, 3, 0, 1, 2, true},
+    {&GUID_WICPixelFormat32bppBGR, 1, 4, -1, 2, 1, 0, false},  {&GUID_WICPixelFormat24bppBGR, 1, 3, -1, 2, 1, 0, false},
+    {&GUID_WICPixelFormat24bppRGB, 1, 3, -1, 0, 1, 2, false},  {&GUID_WICPixelFormat8bppGray, 1, 1, -1, 0, 0, 0, false},
+    {&GUID_WICPixelFormat16bppGray, 2, 1, -1, 0, 0, 0, false}, {&GUID_WICPixelFormat48bppRGB, 2, 3, -1, 0, 1, 2, false},
+    {&GUID_WICPixelFormat48bppBGR, 2, 3, -1, 2, 1, 0, false},  {&GUID_WICPixelFormat64bppRGB, 2, 4, -1, 0, 1, 2, false},
+    {&GUID_WICPixelFormat64bppRGBA, 2, 4, 3, 0, 1, 2, false},  {&GUID_WICPixelFormat64bppBGRA, 2, 4, 3, 2, 1, 0, false},
+    {&GUID_WICPixelFormat64bppPRGBA, 2, 4, 3, 0, 1, 2, true},  {&GUID_WICPixelFormat64bppPBGRA, 2, 4, 3, 2, 1, 0, true},
 };
 
 template <int Bytes>

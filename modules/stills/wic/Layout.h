@@ -10,9 +10,9 @@ namespace stills {
 
 struct Layout {
     const GUID* format;
-    int channelBytes;               // 1 or 2, low byte first
-    int channels;                   // of a pixel
-    int alpha, red, green, blue;    // which channel; alpha -1 for none
+    int channelBytes;              // 1 or 2, low byte first
+    int channels;                  // of a pixel
+    int alpha, red, green, blue;   // which channel; alpha -1 for none
     bool premultiplied;
 };
 
