@@ -13,6 +13,7 @@
 #include "Source/UserChannel.h"
 #include "kq/environment.h"
 #include "kq/tasks.h"
+#include "pal/file.h"
 #include "pal/memory.h"
 #include "pal/program.h"
 
@@ -274,7 +275,8 @@ KQMemoryChunk* FirstChunk() {
 std::FILE* OpenLeakReport() {
     char path[1024];
     bool named = pal::EnvironmentVariable("KQLIB_LEAK_REPORT", path, sizeof path);
-    return std::fopen(named ? path : "f:\\source\\mardle\\_memdbg.txt", "w");
+    if (kq::FileCallFails()) return nullptr;
+    return pal::TextCreate(named ? path : "f:\\source\\mardle\\_memdbg.txt");
 }
 
 void ReportChunk(std::FILE* report, const KQMemoryChunk* chunk) {
