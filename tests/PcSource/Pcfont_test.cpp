@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <set>
 
 #include "support/Environment.h"
 #include "support/Fixture.h"
@@ -186,6 +187,19 @@ TEST_F(Pcfont, EveryFileCallOfAListingMayFail) {
         GetAvailableFontsKQ(&some);
         FreeFontListKQ(&some);
     });
+}
+
+TEST_F(Pcfont, NoFaceOfTheHostIsListedTwice) {
+    kqtest::Variable variable("KQLIB_FONT_DIR", "");
+    GetAvailableFontsKQ(&list);
+    std::set<std::string> seen;
+    for (Node* node = list.Head; node->Succ; node = node->Succ) {
+        const KQFont* font = KQFontOfNode(node);
+        std::string face = node->Name + std::string("|") + (font->fontFile ? font->fontFile : "") + "|" +
+                           std::to_string(font->faceIndex) + "|" + std::to_string(font->logFont.weight) + "|" +
+                           std::to_string(font->logFont.italic);
+        EXPECT_TRUE(seen.insert(face).second) << face;
+    }
 }
 
 // What the host has differs; what is listed has to be usable.

@@ -4,6 +4,7 @@
 
 #include "pal/allocate.h"
 #include "pal/file.h"
+#include "pal/win32/fontbytes.h"
 #include "pal/win32/links.h"
 #include "pal/win32/wide.h"
 #include "support/Fixture.h"
@@ -64,6 +65,41 @@ TEST_F(PalWin32, FilesOfLongNamesWithoutMemorySayNoMemory) {
     expectNoMemory([&] { return pal::FolderCreate(name.c_str()); });
     expectNoMemory([&] { return pal::FolderRemove(name.c_str()); });
     expectNoMemory([&] { return pal::FolderOpen(name.c_str()); });
+}
+
+// A collection of two faces whose directories stand at 20 and 60 of 100 bytes.
+std::vector<u8> Collection() {
+    std::vector<u8> bytes = {'t', 't', 'c', 'f', 0, 1, 0, 0, 0, 0, 0, 2, 0, 0, 0, 20, 0, 0, 0, 60};
+    bytes.resize(100);
+    return bytes;
+}
+
+TEST_F(PalWin32, AFaceOfACollectionIsFoundByWhatFollowsIt) {
+    std::vector<u8> bytes = Collection();
+    size_t directory = 1;
+    EXPECT_TRUE(pal::FindFace(bytes.data(), bytes.size(), 80, &directory));
+    EXPECT_EQ(directory, 20u);
+    EXPECT_TRUE(pal::FindFace(bytes.data(), bytes.size(), 40, &directory));
+    EXPECT_EQ(directory, 60u);
+}
+
+TEST_F(PalWin32, APlaceThatTheCollectionDoesNotListIsNoFace) {
+    std::vector<u8> bytes = Collection();
+    size_t directory;
+    for (size_t faceLength : {0, 39, 41, 100, 101})
+        EXPECT_FALSE(pal::FindFace(bytes.data(), bytes.size(), faceLength, &directory)) << faceLength;
+    bytes[8] = 0xFF;   // a count beyond the end
+    EXPECT_FALSE(pal::FindFace(bytes.data(), bytes.size(), 39, &directory));
+}
+
+TEST_F(PalWin32, AFileOfOneFaceBeginsWithItsDirectory) {
+    std::vector<u8> bytes(100);
+    bytes[1] = 1;
+    for (size_t length : {size_t(0), size_t(5), bytes.size()}) {
+        size_t directory = 1;
+        EXPECT_TRUE(pal::FindFace(bytes.data(), length, length, &directory));
+        EXPECT_EQ(directory, 0u);
+    }
 }
 
 }   // namespace
