@@ -72,19 +72,17 @@ bool Settle(int descriptor, Access access, bool empty) {
 }
 
 File* Open(const char* path, Access access, bool create) {
-    int descriptor = OpenDescriptor(path, Flags(access) | (create ? O_CREAT : 0));
-    if (descriptor < 0) return Failed<File*>(nullptr);
-    File* file = nullptr;
-    if (Settle(descriptor, access, create)) {
-        file = static_cast<File*>(Allocate(sizeof(File)));
-        if (!file) errno = ENOMEM;
+    // The record comes first: no file is made or emptied that nobody then gets.
+    File* file = static_cast<File*>(Allocate(sizeof(File)));
+    if (!file) {
+        lastErrno = ENOMEM;
+        return nullptr;
     }
-    if (file) {
-        file->descriptor = descriptor;
-        return file;
-    }
+    file->descriptor = OpenDescriptor(path, Flags(access) | (create ? O_CREAT : 0));
+    if (file->descriptor >= 0 && Settle(file->descriptor, access, create)) return file;
     Failed(0);
-    close(descriptor);
+    if (file->descriptor >= 0) close(file->descriptor);
+    Free(file);
     return nullptr;
 }
 

@@ -46,15 +46,14 @@ File* OpenHandle(const char* path, Access access, DWORD disposition) {
                    : access == Access::Write ? GENERIC_WRITE
                                              : GENERIC_READ | GENERIC_WRITE;
     DWORD share = access == Access::Read ? FILE_SHARE_READ : 0;
-    HANDLE handle = CreateFileW(wide.Get(), rights, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) return Failed<File*>(nullptr);
+    // The record comes first: no file is made or emptied that nobody then gets.
     File* file = static_cast<File*>(Allocate(sizeof(File)));
-    if (!file) {
-        CloseHandle(handle);
-        return FailedWith<File*>(ERROR_NOT_ENOUGH_MEMORY, nullptr);
-    }
-    file->handle = handle;
-    return file;
+    if (!file) return FailedWith<File*>(ERROR_NOT_ENOUGH_MEMORY, nullptr);
+    file->handle = CreateFileW(wide.Get(), rights, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file->handle != INVALID_HANDLE_VALUE) return file;
+    Failed(0);
+    Free(file);
+    return nullptr;
 }
 
 // A request of any size goes out in pieces that fit a DWORD.

@@ -388,6 +388,24 @@ TEST_F(Pcdos, EveryFailedFileCallIsReported) {
     });
 }
 
+TEST_F(Pcdos, CreatingWithoutMemoryNeitherMakesNorEmptiesAFile) {
+    kqtest::FailEveryAllocation([&] {
+        i64 failAt = kq::allocationFaults.failAt;
+        bool once = kq::allocationFaults.once;
+        kq::allocationFaults.Clear();
+        kqtest::WriteWholeFile(path, "abc");
+        fs::remove(path + ".new");
+        kq::allocationFaults.Set(failAt, once);
+        KQFileInfo* emptied = CreateFileKQ(path.c_str(), KQFILE_Write, 0, 0);
+        KQFileInfo* made = CreateFileKQ((path + ".new").c_str(), KQFILE_Write, 0, 0);
+        kq::allocationFaults.failAt = 0;
+        EXPECT_EQ(fs::file_size(path), emptied ? 0u : 3u);
+        EXPECT_EQ(fs::exists(path + ".new"), made != nullptr);
+        CloseFileKQ(emptied);
+        CloseFileKQ(made);
+    });
+}
+
 TEST_F(Pcdos, OpeningWithoutMemoryGivesNoFile) {
     kqtest::WriteWholeFile(path, "abc");
     kqtest::FailEveryAllocation([&] {

@@ -2,7 +2,7 @@
 //
 // Only a GIF has a canvas of its own: its first picture may cover a part of it, and the rest is transparent.
 #include <algorithm>
-#include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "modules/stills/wic/Com.h"
@@ -15,6 +15,8 @@ namespace {
 
 // No decoder is asked for more: a damaged head may claim anything.
 constexpr std::uint64_t kMostPixels = std::uint64_t(1) << 28;
+
+constexpr UINT kLongestSide = 65535;
 
 constexpr size_t kBandBytes = size_t(1) << 20;
 
@@ -35,7 +37,7 @@ struct Still {
 
 void CheckSize(UINT width, UINT height) {
     if (width == 0 || height == 0) throw Failed{WINCODEC_ERR_FRAMEMISSING};
-    if (width > 0x7FFFFFFF || height > 0x7FFFFFFF || std::uint64_t(width) * height > kMostPixels)
+    if (width > kLongestSide || height > kLongestSide || std::uint64_t(width) * height > kMostPixels)
         throw Failed{WINCODEC_ERR_IMAGESIZEOUTOFRANGE};
 }
 
@@ -93,8 +95,28 @@ void ChooseLayout(Still& still) {
     still.layout = &kConverted;
 }
 
+// A decoder of DDS files makes room for all that the head claims before it can be asked for the size.
+void CheckClaims(const wchar_t* path) {
+    constexpr DWORD kBytes = 32;
+    constexpr UINT kHeight = 12, kWidth = 16, kDepth = 24, kLevels = 28;
+    std::uint8_t head[kBytes];
+    DWORD got = 0;
+    HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return;   // the decoder says why
+    bool read = ReadFile(file, head, kBytes, &got, nullptr) && got == kBytes;
+    CloseHandle(file);
+    if (!read || std::memcmp(head, "DDS ", 4) != 0) return;
+    auto word = [&](UINT at) {
+        return UINT(head[at]) | UINT(head[at + 1]) << 8 | UINT(head[at + 2]) << 16 | UINT(head[at + 3]) << 24;
+    };
+    CheckSize(word(kWidth), word(kHeight));
+    if (word(kDepth) > kLongestSide || word(kLevels) > 32) throw Failed{WINCODEC_ERR_IMAGESIZEOUTOFRANGE};
+}
+
 void Open(Still& still, const char* path) {
     std::wstring wide = Widen(path);
+    CheckClaims(wide.c_str());
     MakeFactory(still.factory);
     Check(still.factory->CreateDecoderFromFilename(wide.c_str(), nullptr, GENERIC_READ, WICDecodeMetadataCacheOnDemand,
                                                    still.decoder.Out()));
