@@ -55,8 +55,10 @@ std::string ExtensionOf(const char* fileSpec) {
     std::string extension = TextOf(PathFrom(fileSpec).extension());
     if (!extension.empty()) extension.erase(0, 1);
     for (char& c : extension) c = char(std::tolower(static_cast<unsigned char>(c)));
-    if (extension == "tiff") return "tif";
-    if (extension == "jpeg") return "jpg";
+    static constexpr const char* kLong[][2] = {
+        {"tiff", "tif"}, {"jpeg", "jpg"}, {"jpe", "jpg"}, {"jfif", "jpg"}, {"targa", "tga"}};
+    for (auto& known : kLong)
+        if (extension == known[0]) return known[1];
     return extension;
 }
 
