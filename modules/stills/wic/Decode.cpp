@@ -95,23 +95,33 @@ void ChooseLayout(Still& still) {
     still.layout = &kConverted;
 }
 
-// A decoder of DDS files makes room for all that the head claims before it can be asked for the size.
-void CheckClaims(const wchar_t* path) {
-    constexpr DWORD kBytes = 32;
-    constexpr UINT kHeight = 12, kWidth = 16, kDepth = 24, kLevels = 28;
-    std::uint8_t head[kBytes];
-    DWORD got = 0;
+// The first bytes of a file and its length; false when it cannot be read.
+bool ReadFront(const wchar_t* path, std::uint8_t* front, DWORD count, std::uint64_t& length) {
     HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                               OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return;   // the decoder says why
-    bool read = ReadFile(file, head, kBytes, &got, nullptr) && got == kBytes;
+    if (file == INVALID_HANDLE_VALUE) return false;
+    LARGE_INTEGER size = {};
+    DWORD got = 0;
+    bool read = GetFileSizeEx(file, &size) && ReadFile(file, front, count, &got, nullptr) && got == count;
     CloseHandle(file);
-    if (!read || std::memcmp(head, "DDS ", 4) != 0) return;
-    auto word = [&](UINT at) {
-        return UINT(head[at]) | UINT(head[at + 1]) << 8 | UINT(head[at + 2]) << 16 | UINT(head[at + 3]) << 24;
+    length = std::uint64_t(size.QuadPart);
+    return read;
+}
+
+// A decoder of DDS files makes room for all that the head claims before it can be asked for the size. No form of their
+// pixels takes less than half a byte.
+void CheckClaims(const wchar_t* path) {
+    constexpr size_t kHeight = 12, kWidth = 16, kDepth = 24, kLevels = 28, kForm = 84, kArray = 140, kBytes = 144;
+    std::uint8_t front[kBytes];
+    std::uint64_t length;
+    if (!ReadFront(path, front, kBytes, length) || std::memcmp(front, "DDS ", 4) != 0) return;
+    auto word = [&](size_t at) {
+        return UINT(front[at]) | UINT(front[at + 1]) << 8 | UINT(front[at + 2]) << 16 | UINT(front[at + 3]) << 24;
     };
     CheckSize(word(kWidth), word(kHeight));
-    if (word(kDepth) > kLongestSide || word(kLevels) > 32) throw Failed{WINCODEC_ERR_IMAGESIZEOUTOFRANGE};
+    double pixels = double(word(kWidth)) * word(kHeight) * std::max(word(kDepth), 1u);
+    if (std::memcmp(front + kForm, "DX10", 4) == 0) pixels *= std::max(word(kArray), 1u);
+    if (pixels / 2 > double(length) || word(kLevels) > 32) throw Failed{WINCODEC_ERR_BADHEADER};
 }
 
 void Open(Still& still, const char* path) {
