@@ -43,6 +43,8 @@ Bytes Slopes(int width, int height) {
     return pixels;
 }
 
+const std::string kSamples = KQ_STILLS;
+
 class StillsCodecTest : public kqtest::KQTest {
 protected:
     std::string Path(const std::string& name) { return Folder() + name; }
@@ -337,6 +339,26 @@ TEST_F(StillsCodecTest, AHeadThatClaimsTooMuchIsRefused) {
     ExpectRefused(Path("huge.png"));
 }
 
+// Decoders that make room before they can be asked for the size never see these.
+TEST_F(StillsCodecTest, ClaimsThatNoFileCanKeepAreRefused) {
+    const std::pair<size_t, u32> kClaims[] = {
+        {12, 0x7FFFFFFF}, {16, 60000}, {24, 1 << 20}, {28, 1 << 20}, {88, 1 << 24}};
+    for (auto [at, value] : kClaims) {
+        Bytes dds = kqtest::ReadWholeFile(kSamples + "plain.dds");
+        std::memcpy(&dds[at], &value, 4);
+        kqtest::WriteWholeFile(Path("a.dds"), dds.data(), dds.size());
+        ExpectRefused(Path("a.dds"));
+    }
+    Bytes tif = kqtest::ReadWholeFile(kSamples + "tiled.tif");
+    const u8 kTileHeight[] = {0x43, 1};   // the tag of a directory's entry, low byte first
+    auto tag = std::search(tif.begin(), tif.end(), kTileHeight, kTileHeight + 2);
+    ASSERT_LT(tag - tif.begin() + 12, i64(tif.size()));
+    const u8 kHuge[] = {4, 0, 1, 0, 0, 0, 0xF0, 0xFF, 0xFF, 0x0F};   // one long
+    std::copy(kHuge, kHuge + 10, tag + 2);
+    kqtest::WriteWholeFile(Path("a.tif"), tif.data(), tif.size());
+    ExpectRefused(Path("a.tif"));
+}
+
 // One white pixel at 2, 1 of a canvas of 4 x 3.
 TEST_F(StillsCodecTest, AGifPictureStandsInItsPlaceOnTheCanvas) {
     if (!stills::Reads("gif")) GTEST_SKIP() << "this codec reads no GIF";
@@ -377,8 +399,6 @@ TEST_F(StillsCodecTest, CutFilesAreAnswers) {
         EXPECT_GT(refused, 50) << kind;
     }
 }
-
-const std::string kSamples = KQ_STILLS;
 
 // Files that other programs wrote, each the same picture in its own way.
 TEST_F(StillsCodecTest, FilesOfOtherProgramsHoldTheSamePicture) {

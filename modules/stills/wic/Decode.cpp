@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "modules/stills/wic/Claims.h"
 #include "modules/stills/wic/Com.h"
 #include "modules/stills/wic/Kinds.h"
 #include "modules/stills/wic/Layout.h"
@@ -12,11 +13,6 @@
 namespace stills {
 
 namespace {
-
-// No decoder is asked for more: a damaged head may claim anything.
-constexpr std::uint64_t kMostPixels = std::uint64_t(1) << 28;
-
-constexpr UINT kLongestSide = 65535;
 
 constexpr size_t kBandBytes = size_t(1) << 20;
 
@@ -34,12 +30,6 @@ struct Still {
     UINT frameWidth = 0, frameHeight = 0;   // of the picture on it
     UINT left = 0, top = 0;
 };
-
-void CheckSize(UINT width, UINT height) {
-    if (width == 0 || height == 0) throw Failed{WINCODEC_ERR_FRAMEMISSING};
-    if (width > kLongestSide || height > kLongestSide || std::uint64_t(width) * height > kMostPixels)
-        throw Failed{WINCODEC_ERR_IMAGESIZEOUTOFRANGE};
-}
 
 // A 16-bit word of the file's metadata; `missing` when it is not there.
 UINT Word(IWICMetadataQueryReader* reader, const wchar_t* name, UINT missing) {
@@ -93,35 +83,6 @@ void ChooseLayout(Still& still) {
                                       WICBitmapPaletteTypeCustom));
     still.source = still.converter.Get();
     still.layout = &kConverted;
-}
-
-// The first bytes of a file and its length; false when it cannot be read.
-bool ReadFront(const wchar_t* path, std::uint8_t* front, DWORD count, std::uint64_t& length) {
-    HANDLE file = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    LARGE_INTEGER size = {};
-    DWORD got = 0;
-    bool read = GetFileSizeEx(file, &size) && ReadFile(file, front, count, &got, nullptr) && got == count;
-    CloseHandle(file);
-    length = std::uint64_t(size.QuadPart);
-    return read;
-}
-
-// A decoder of DDS files makes room for all that the head claims before it can be asked for the size. No form of their
-// pixels takes less than half a byte.
-void CheckClaims(const wchar_t* path) {
-    constexpr size_t kHeight = 12, kWidth = 16, kDepth = 24, kLevels = 28, kForm = 84, kArray = 140, kBytes = 144;
-    std::uint8_t front[kBytes];
-    std::uint64_t length;
-    if (!ReadFront(path, front, kBytes, length) || std::memcmp(front, "DDS ", 4) != 0) return;
-    auto word = [&](size_t at) {
-        return UINT(front[at]) | UINT(front[at + 1]) << 8 | UINT(front[at + 2]) << 16 | UINT(front[at + 3]) << 24;
-    };
-    CheckSize(word(kWidth), word(kHeight));
-    double pixels = double(word(kWidth)) * word(kHeight) * std::max(word(kDepth), 1u);
-    if (std::memcmp(front + kForm, "DX10", 4) == 0) pixels *= std::max(word(kArray), 1u);
-    if (pixels / 2 > double(length) || word(kLevels) > 32) throw Failed{WINCODEC_ERR_BADHEADER};
 }
 
 void Open(Still& still, const char* path) {
