@@ -350,8 +350,8 @@ TEST_F(StillsCodecTest, ClaimsThatNoFileCanKeepAreRefused) {
         ExpectRefused(Path("a.dds"));
     }
     Bytes tif = kqtest::ReadWholeFile(kSamples + "tiled.tif");
-    const u8 kTileHeight[] = {0x43, 1};   // the tag of a directory's entry, low byte first
-    auto tag = std::search(tif.begin(), tif.end(), kTileHeight, kTileHeight + 2);
+    const u8 kTileHeight[] = {0x43, 1, 3, 0, 1, 0, 0, 0};   // a directory entry of one short; the last one counts
+    auto tag = std::find_end(tif.begin(), tif.end(), kTileHeight, kTileHeight + 8);
     ASSERT_LT(tag - tif.begin() + 12, i64(tif.size()));
     const u8 kHuge[] = {4, 0, 1, 0, 0, 0, 0xF0, 0xFF, 0xFF, 0x0F};   // one long
     std::copy(kHuge, kHuge + 10, tag + 2);
