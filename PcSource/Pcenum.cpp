@@ -12,6 +12,7 @@
 #include "Source/Alloc.h"
 #include "Source/Faults.h"
 #include "Source/Text.h"
+#include "kq/environment.h"
 #include "pal/file.h"
 #include "pal/shortcut.h"
 
@@ -176,7 +177,10 @@ void VisitEntry(Walk& walk, Level& level, const pal::FolderEntry& entry) {
 void WalkFolder(Walk& walk, Level& level) {
     if (kq::FileCallFails()) return;
     pal::FolderWalk* folder = pal::FolderOpen(level.path);
-    if (!folder) return;
+    if (!folder) {
+        if (pal::FileError() == KQERR_NOMEM) KQEnv->Error = KQERR_NOMEM;
+        return;
+    }
     pal::FolderEntry entry;
     while (!kq::FileCallFails() && pal::FolderNext(folder, &entry)) {
         size_t size = std::strlen(entry.name) + 1;

@@ -5,6 +5,8 @@
 
 #include <atomic>
 
+#include "pal/allocate.h"
+
 namespace kq {
 
 FaultSwitch allocationFaults;
@@ -17,6 +19,13 @@ bool FaultSwitch::Fails() {
     std::atomic_ref(failures).fetch_add(1, std::memory_order_relaxed);
     return true;
 }
+
+namespace {
+
+// The platform layer's own allocations fail with the others, from the moment that the library is loaded.
+[[maybe_unused]] const bool gateIsSet = (pal::allocationGate = AllocationFails, true);
+
+}   // namespace
 
 }   // namespace kq
 

@@ -12,6 +12,7 @@
 #include "Source/Startup.h"
 #include "Source/UserChannel.h"
 #include "kq/environment.h"
+#include "pal/file.h"
 #include "pal/memory.h"
 #include "pal/program.h"
 #include "pal/thread.h"
@@ -278,7 +279,8 @@ KQMemoryChunk* FirstChunk() {
 std::FILE* OpenLeakReport() {
     char path[1024];
     bool named = pal::EnvironmentVariable("KQLIB_LEAK_REPORT", path, sizeof path);
-    return std::fopen(named ? path : "f:\\source\\mardle\\_memdbg.txt", "w");
+    if (kq::FileCallFails()) return nullptr;
+    return pal::TextCreate(named ? path : "f:\\source\\mardle\\_memdbg.txt");
 }
 
 void ReportChunk(std::FILE* report, const KQMemoryChunk* chunk) {

@@ -70,7 +70,14 @@ int AddFile(const char* path, u32, uptr user) {
 
 void ReadFolder(const char* folder, SequenceScan& scan, void*) {
     char* folders[] = {const_cast<char*>(folder), nullptr};
+    // The walk is silent about a folder that it cannot read, but leaves the code of a lack of memory.
+    u32 error = KQEnv->Error;
+    KQEnv->Error = KQERR_NONE;
     EnumFilesKQ(folders, nullptr, AddFile, reinterpret_cast<uptr>(&scan), 0);
+    if (KQEnv->Error == KQERR_NOMEM)
+        scan.Fail();
+    else if (KQEnv->Error == KQERR_NONE)
+        KQEnv->Error = error;
 }
 
 int MakeSingle(KQClip* clip) {

@@ -34,6 +34,9 @@ public:
     // Looks at the bare name of one file.
     void Add(const char* name);
 
+    // Notes that names are missing for lack of memory.
+    void Fail() { complete_ = false; }
+
     // False when memory ran out on the way; the numbers are incomplete then.
     bool Complete() const { return complete_; }
 

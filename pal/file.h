@@ -4,6 +4,8 @@
 // one thread at a time.
 #pragma once
 
+#include <cstdio>
+
 #include "kq/types.h"
 
 namespace pal {
@@ -11,7 +13,9 @@ namespace pal {
 // An open disk file; opaque, made by FileOpen and ended by FileClose.
 struct File;
 
-// What a file is opened for. Read shares with other readers; the others do not share (where the host can say so).
+// What a file is opened for. Read shares with other readers; the others share with nobody. Windows keeps everybody to
+// that; on POSIX it binds the files that are open here, in this process and others, and no other program. What is no
+// regular file is not claimed.
 enum class Access { Read, Write, ReadWrite };
 
 // Opens an existing file. Null on failure; a folder is a failure.
@@ -60,8 +64,8 @@ bool FileReplace(const char* from, const char* to);
 // What is known of a path without opening it. A link tells of its target.
 struct FileStatus {
     bool folder;
-    i64 length;       // bytes; 0 for a folder
-    i64 modified;     // seconds since 1970-01-01 UTC
+    i64 length;     // bytes; 0 for a folder
+    i64 modified;   // seconds since 1970-01-01 UTC
 };
 
 // Fills `status` (may be null: existence alone); false when the path does not exist or cannot be asked.
@@ -98,6 +102,10 @@ u32 FileError();
 
 // The same for a number of the host's own: errno on POSIX, the last error on Windows.
 u32 ErrorCode(u32 hostError);
+
+// Creates or empties a text file, whose lines end as the host ends them; null on failure, without a code for FileError.
+// Closed by std::fclose.
+std::FILE* TextCreate(const char* path);
 
 // The separator that paths made by the library use.
 char Separator();

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "apps/kqclip/Commands.h"
+#include "apps/kqclip/Entry.h"
 #include "apps/kqclip/Manual.h"
 #include "apps/kqclip/Progress.h"
 
@@ -251,13 +252,17 @@ void Declare(CLI::App& app, Request& request) {
 }   // namespace
 
 int main(int argc, char** argv) {
+    Terminal terminal;
+    const std::vector<std::string> arguments = Arguments(argc, argv);
     CatchInterrupts();
     Request request;
     CLI::App app("Looks at clips, converts and compares them: film files, image sequences and stills.", "kqclip");
     Declare(app, request);
-    if (argc == 3 && std::string(argv[1]) == "--generate") return Generate(app, argv[2]) ? kDone : kWrongUse;
+    if (arguments.size() == 2 && arguments[0] == "--generate")
+        return Generate(app, arguments[1]) ? kDone : kWrongUse;
     try {
-        app.parse(argc, argv);
+        // The parser takes the arguments from behind.
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kDone : kWrongUse;
     } catch (const Failure& failure) {

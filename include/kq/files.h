@@ -9,7 +9,9 @@
 
 #include "kq/types.h"
 
-// What a file is opened for.
+// What a file is opened for. Sharing is between opens of this library, in this process and in others; on Windows other
+// programs are held to it as well. An open that is excluded fails with KQERR_ACCESS, and a create then leaves the file
+// as it is. Only regular files are kept.
 enum KQFilePermission : u32 {
     KQFILE_Read = 0,        // reading, shared with other readers
     KQFILE_Write = 1,       // writing, not shared

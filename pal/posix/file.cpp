@@ -3,13 +3,15 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "pal/allocate.h"
 
 namespace pal {
 
@@ -41,37 +43,61 @@ int Flags(Access access) {
     return O_RDONLY;
 }
 
-File* OpenDescriptor(const char* path, int flags) {
+int OpenDescriptor(const char* path, int flags) {
     int descriptor;
     do descriptor = open(path, flags | O_CLOEXEC, 0666);
     while (descriptor < 0 && errno == EINTR);
-    if (descriptor < 0) return Failed<File*>(nullptr);
+    return descriptor;
+}
+
+// Readers share and writers do not, as on hosts whose opens exclude each other. The lock binds this library's files
+// alone. A file system without locks is left as it is.
+bool Claim(int descriptor, Access access) {
+    return flock(descriptor, (access == Access::Read ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+// What an opened descriptor has to be and do before it is a File; false, with errno, when it is none.
+bool Settle(int descriptor, Access access, bool empty) {
     struct stat status;
-    if (fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
-        close(descriptor);
+    if (fstat(descriptor, &status) != 0) return false;
+    if (S_ISDIR(status.st_mode)) {
         errno = EACCES;
-        return Failed<File*>(nullptr);
+        return false;
     }
-    File* file = static_cast<File*>(std::malloc(sizeof(File)));
+    if (access == Access::Read && fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK) != 0)
+        return false;
+    if (!S_ISREG(status.st_mode)) return true;
+    // Nothing is cut off before the file is ours.
+    return Claim(descriptor, access) && (!empty || status.st_size == 0 || ftruncate(descriptor, 0) == 0);
+}
+
+File* Open(const char* path, Access access, bool create) {
+    // The record comes first: no file is made or emptied that nobody then gets.
+    File* file = static_cast<File*>(Allocate(sizeof(File)));
     if (!file) {
-        close(descriptor);
-        errno = ENOMEM;
-        return Failed<File*>(nullptr);
+        lastErrno = ENOMEM;
+        return nullptr;
     }
-    file->descriptor = descriptor;
-    return file;
+    file->descriptor = OpenDescriptor(path, Flags(access) | (create ? O_CREAT : 0));
+    if (file->descriptor >= 0 && Settle(file->descriptor, access, create)) return file;
+    Failed(0);
+    if (file->descriptor >= 0) close(file->descriptor);
+    Free(file);
+    return nullptr;
 }
 
 }   // namespace
 
-File* FileOpen(const char* path, Access access) { return OpenDescriptor(path, Flags(access)); }
+File* FileOpen(const char* path, Access access) { return Open(path, access, false); }
 
-File* FileCreate(const char* path, Access access) { return OpenDescriptor(path, Flags(access) | O_CREAT | O_TRUNC); }
+File* FileCreate(const char* path, Access access) { return Open(path, access, true); }
 
 bool FileClose(File* file) {
+    // A child process that is being started may hold the descriptor for a moment longer, and with it the lock.
+    flock(file->descriptor, LOCK_UN);
     int result = close(file->descriptor);
     if (result != 0) lastErrno = errno;
-    std::free(file);
+    Free(file);
     return result == 0;
 }
 
@@ -168,7 +194,7 @@ bool FolderRemove(const char* path) {
 FolderWalk* FolderOpen(const char* path) {
     DIR* directory = opendir(path);
     if (!directory) return Failed<FolderWalk*>(nullptr);
-    FolderWalk* walk = static_cast<FolderWalk*>(std::malloc(sizeof(FolderWalk)));
+    FolderWalk* walk = static_cast<FolderWalk*>(Allocate(sizeof(FolderWalk)));
     if (!walk) {
         closedir(directory);
         errno = ENOMEM;
@@ -196,7 +222,7 @@ bool FolderNext(FolderWalk* walk, FolderEntry* entry) {
 void FolderClose(FolderWalk* walk) {
     if (!walk) return;
     closedir(walk->directory);
-    std::free(walk);
+    Free(walk);
 }
 
 u32 FileError() { return ErrorCode(u32(lastErrno)); }
@@ -211,6 +237,7 @@ u32 ErrorCode(u32 hostError) {
     case EBADF:   // a transfer that the file was not opened for
     case EPERM:
     case EBUSY:
+    case EWOULDBLOCK:   // another file of the library excludes this one
     case ETXTBSY:
     case EISDIR: return KQERR_ACCESS;
     case EROFS: return KQERR_WRITEPROTECT;
@@ -220,6 +247,8 @@ u32 ErrorCode(u32 hostError) {
     default: return 0;
     }
 }
+
+std::FILE* TextCreate(const char* path) { return std::fopen(path, "we"); }
 
 char Separator() { return '/'; }
 

@@ -3,13 +3,14 @@
 #include "pal/lock.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "pal/allocate.h"
 
 namespace pal {
 
@@ -45,12 +46,14 @@ int LockDescriptor(const char* path, bool* taken) {
 
 FileLock* LockTake(const char* path, bool* taken) {
     *taken = false;
-    FileLock* lock = static_cast<FileLock*>(std::malloc(sizeof(FileLock)));
-    char* copy = strdup(path);
+    FileLock* lock = AllocateRecord<FileLock>();
+    size_t size = std::strlen(path) + 1;
+    char* copy = static_cast<char*>(Allocate(size));
+    if (copy) std::memcpy(copy, path, size);
     int descriptor = lock && copy ? LockDescriptor(path, taken) : -1;
     if (descriptor < 0) {
-        std::free(copy);
-        std::free(lock);
+        Free(copy);
+        Free(lock);
         return nullptr;
     }
     *lock = {descriptor, copy};
@@ -61,8 +64,8 @@ void LockRelease(FileLock* lock) {
     if (!lock) return;
     unlink(lock->path);
     close(lock->descriptor);
-    std::free(lock->path);
-    std::free(lock);
+    Free(lock->path);
+    Free(lock);
 }
 
 }   // namespace pal

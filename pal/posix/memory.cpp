@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "pal/allocate.h"
 #include "pal/blockcache.h"
 
 namespace pal {
@@ -170,7 +171,7 @@ bool MemoryQuery(MemoryStatus* status) {
 }
 
 void* SharedOpen(const char* name, size_t bytes, void** view) {
-    auto* shared = static_cast<Shared*>(std::calloc(1, sizeof(Shared)));
+    auto* shared = AllocateRecord<Shared>();
     if (!shared) return nullptr;
     shared->bytes = bytes ? bytes : 1;
     shared->file = -1;
@@ -180,7 +181,7 @@ void* SharedOpen(const char* name, size_t bytes, void** view) {
     shared->view = known ? mmap(nullptr, shared->bytes, PROT_READ | PROT_WRITE, flags, shared->file, 0) : MAP_FAILED;
     if (shared->view == MAP_FAILED) {
         LeaveShared(shared->file, shared->path);
-        std::free(shared);
+        Free(shared);
         return nullptr;
     }
     *view = shared->view;
@@ -192,7 +193,7 @@ void SharedClose(void* handle) {
     if (!shared) return;
     munmap(shared->view, shared->bytes);
     LeaveShared(shared->file, shared->path);
-    std::free(shared);
+    Free(shared);
 }
 
 }   // namespace pal

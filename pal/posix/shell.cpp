@@ -9,6 +9,8 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include "pal/allocate.h"
+
 namespace pal {
 
 struct ShellFolder {
@@ -83,7 +85,7 @@ ShellFolder* Open(const char* path) {
     size_t length = std::strlen(path);
     DIR* directory = length + 1 < PATH_MAX ? opendir(path) : nullptr;
     if (!directory) return nullptr;
-    ShellFolder* folder = static_cast<ShellFolder*>(std::malloc(sizeof(ShellFolder)));
+    ShellFolder* folder = AllocateRecord<ShellFolder>();
     if (!folder) {
         closedir(directory);
         return nullptr;
@@ -120,19 +122,19 @@ ShellFolder* ShellOpenItem(ShellFolder* parent, ShellItem* item, void*) {
 void ShellCloseFolder(ShellFolder* folder) {
     if (!folder) return;
     closedir(folder->directory);
-    std::free(folder);
+    Free(folder);
 }
 
 ShellItem* ShellNext(ShellFolder* folder) {
     dirent* found;
     do found = readdir(folder->directory);
     while (found && IsDot(found->d_name));
-    ShellItem* item = found ? static_cast<ShellItem*>(std::malloc(sizeof(ShellItem))) : nullptr;
+    ShellItem* item = found ? AllocateRecord<ShellItem>() : nullptr;
     if (item) std::strcpy(item->name, found->d_name);
     return item;
 }
 
-void ShellFreeItem(ShellItem* item) { std::free(item); }
+void ShellFreeItem(ShellItem* item) { Free(item); }
 
 // A link is what it leads to; one that leads nowhere, a device, a pipe and a socket are neither file nor folder.
 bool ShellQuery(ShellFolder* folder, ShellItem* item, ShellAttributes* attributes) {

@@ -1,11 +1,12 @@
 // Files and folders on Windows.
 #include "pal/file.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include <windows.h>
 
+#include "pal/allocate.h"
+#include "pal/win32/links.h"
 #include "pal/win32/wide.h"
 
 namespace pal {
@@ -40,19 +41,19 @@ T FailedWith(DWORD error, T result) {
 
 File* OpenHandle(const char* path, Access access, DWORD disposition) {
     Wide wide(path);
-    if (!wide) return FailedWith<File*>(ERROR_PATH_NOT_FOUND, nullptr);
-    DWORD rights = access == Access::Read ? GENERIC_READ : access == Access::Write ? GENERIC_WRITE
-                                                                                   : GENERIC_READ | GENERIC_WRITE;
+    if (!wide) return FailedWith<File*>(wide.Error(), nullptr);
+    DWORD rights = access == Access::Read    ? GENERIC_READ
+                   : access == Access::Write ? GENERIC_WRITE
+                                             : GENERIC_READ | GENERIC_WRITE;
     DWORD share = access == Access::Read ? FILE_SHARE_READ : 0;
-    HANDLE handle = CreateFileW(wide.Get(), rights, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) return Failed<File*>(nullptr);
-    File* file = static_cast<File*>(std::malloc(sizeof(File)));
-    if (!file) {
-        CloseHandle(handle);
-        return FailedWith<File*>(ERROR_NOT_ENOUGH_MEMORY, nullptr);
-    }
-    file->handle = handle;
-    return file;
+    // The record comes first: no file is made or emptied that nobody then gets.
+    File* file = static_cast<File*>(Allocate(sizeof(File)));
+    if (!file) return FailedWith<File*>(ERROR_NOT_ENOUGH_MEMORY, nullptr);
+    file->handle = CreateFileW(wide.Get(), rights, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file->handle != INVALID_HANDLE_VALUE) return file;
+    Failed(0);
+    Free(file);
+    return nullptr;
 }
 
 // A request of any size goes out in pieces that fit a DWORD.
@@ -67,7 +68,7 @@ File* FileCreate(const char* path, Access access) { return OpenHandle(path, acce
 bool FileClose(File* file) {
     bool closed = CloseHandle(file->handle) != 0;
     if (!closed) lastError = GetLastError();
-    std::free(file);
+    Free(file);
     return closed;
 }
 
@@ -142,19 +143,19 @@ bool FileFlush(File* file) { return FlushFileBuffers(file->handle) || Failed(fal
 
 bool FileDelete(const char* path) {
     Wide wide(path);
-    if (!wide) return FailedWith(ERROR_PATH_NOT_FOUND, false);
+    if (!wide) return FailedWith(wide.Error(), false);
     return DeleteFileW(wide.Get()) || Failed(false);
 }
 
 bool FileReplace(const char* from, const char* to) {
     Wide wideFrom(from), wideTo(to);
-    if (!wideFrom || !wideTo) return FailedWith(ERROR_PATH_NOT_FOUND, false);
+    if (!wideFrom || !wideTo) return FailedWith(wideFrom ? wideTo.Error() : wideFrom.Error(), false);
     return MoveFileExW(wideFrom.Get(), wideTo.Get(), MOVEFILE_REPLACE_EXISTING) || Failed(false);
 }
 
 bool FileQuery(const char* path, FileStatus* status) {
     Wide wide(path);
-    if (!wide) return FailedWith(ERROR_PATH_NOT_FOUND, false);
+    if (!wide) return FailedWith(wide.Error(), false);
     WIN32_FILE_ATTRIBUTE_DATA data;
     if (!GetFileAttributesExW(wide.Get(), GetFileExInfoStandard, &data)) return Failed(false);
     if (status) {
@@ -168,20 +169,20 @@ bool FileQuery(const char* path, FileStatus* status) {
 
 bool FolderCreate(const char* path) {
     Wide wide(path);
-    if (!wide) return FailedWith(ERROR_PATH_NOT_FOUND, false);
+    if (!wide) return FailedWith(wide.Error(), false);
     return CreateDirectoryW(wide.Get(), nullptr) || Failed(false);
 }
 
 bool FolderRemove(const char* path) {
     Wide wide(path);
-    if (!wide) return FailedWith(ERROR_PATH_NOT_FOUND, false);
+    if (!wide) return FailedWith(wide.Error(), false);
     return RemoveDirectoryW(wide.Get()) || Failed(false);
 }
 
 FolderWalk* FolderOpen(const char* path) {
     size_t length = std::strlen(path);
-    char* pattern = static_cast<char*>(std::malloc(length + 3));
-    FolderWalk* walk = static_cast<FolderWalk*>(std::malloc(sizeof(FolderWalk)));
+    char* pattern = static_cast<char*>(Allocate(length + 3));
+    FolderWalk* walk = static_cast<FolderWalk*>(Allocate(sizeof(FolderWalk)));
     if (pattern && walk) {
         std::memcpy(pattern, path, length);
         if (length == 0 || (path[length - 1] != '\\' && path[length - 1] != '/')) pattern[length++] = '\\';
@@ -190,15 +191,15 @@ FolderWalk* FolderOpen(const char* path) {
         walk->find = wide ? FindFirstFileW(wide.Get(), &walk->data) : INVALID_HANDLE_VALUE;
         walk->first = true;
         if (walk->find != INVALID_HANDLE_VALUE) {
-            std::free(pattern);
+            Free(pattern);
             return walk;
         }
-        lastError = wide ? GetLastError() : ERROR_PATH_NOT_FOUND;
+        lastError = wide ? GetLastError() : wide.Error();
     } else {
         lastError = ERROR_NOT_ENOUGH_MEMORY;
     }
-    std::free(pattern);
-    std::free(walk);
+    Free(pattern);
+    Free(walk);
     return nullptr;
 }
 
@@ -208,7 +209,7 @@ bool FolderNext(FolderWalk* walk, FolderEntry* entry) {
         walk->first = false;
     } while (!Narrow(walk->data.cFileName, walk->name, sizeof walk->name));
     entry->name = walk->name;
-    entry->link = (walk->data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    entry->link = IsLink(walk->data.dwFileAttributes, walk->data.dwReserved0);
     entry->folder = (walk->data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !entry->link;
     return true;
 }
@@ -216,7 +217,7 @@ bool FolderNext(FolderWalk* walk, FolderEntry* entry) {
 void FolderClose(FolderWalk* walk) {
     if (!walk) return;
     FindClose(walk->find);
-    std::free(walk);
+    Free(walk);
 }
 
 u32 FileError() { return ErrorCode(lastError); }
@@ -239,6 +240,11 @@ u32 ErrorCode(u32 hostError) {
     case ERROR_BAD_FORMAT: return KQERR_BADFORMAT;
     default: return 0;
     }
+}
+
+std::FILE* TextCreate(const char* path) {
+    Wide wide(path);
+    return wide ? _wfopen(wide.Get(), L"w") : nullptr;
 }
 
 char Separator() { return '\\'; }

@@ -1,9 +1,15 @@
 // Fonts as GDI enumerates them; their files come from GetFontData.
 #include "pal/fonts.h"
 
+#include <cstdio>
 #include <cstring>
+#include <new>
+#include <set>
+#include <string>
 
 #include <windows.h>
+
+#include "pal/win32/fontbytes.h"
 
 namespace pal {
 
@@ -20,17 +26,20 @@ struct Enumeration {
     FaceFunction face;
     void* user;
     bool more;
-    // What came last: a host may call once for each script of a face, which is one face all the same.
-    char family[LF_FACESIZE];
-    char name[LF_FULLFACESIZE];
+    // What came already: a host may call once for each script of a family and of a face, in any order.
+    std::set<std::string> families;
+    std::set<std::string> faces;
 };
 
-// Notes a text of the enumeration; false when it is the one that came last.
-template <size_t Size>
-bool IsNew(char (&last)[Size], const char* text) {
-    if (std::strncmp(last, text, Size) == 0) return false;
-    std::strncpy(last, text, Size);
-    return true;
+// Notes a family or a face; false when it is known, or when there is no memory to note it, which ends the walk.
+bool IsNew(Enumeration& all, std::set<std::string>& known, const char* name, const LOGFONTA& logical) try {
+    // Faces that share a full name differ in these.
+    char style[32];
+    std::snprintf(style, sizeof style, "|%ld|%d", long(logical.lfWeight), int(logical.lfItalic));
+    return known.insert(std::string(name) + (&known == &all.faces ? style : "")).second;
+} catch (const std::bad_alloc&) {
+    all.more = false;
+    return false;
 }
 
 // The code page's text as UTF-8; false when it does not fit.
@@ -47,7 +56,7 @@ int CALLBACK OnStyle(const LOGFONTA* logical, const TEXTMETRICA*, DWORD type, LP
     if (!IsTrueType(type)) return 1;
     char name[LF_FULLFACESIZE * 4];
     const char* full = reinterpret_cast<const char*>(reinterpret_cast<const ENUMLOGFONTA*>(logical)->elfFullName);
-    if (!IsNew(all->name, full) || !ToUtf8(full, name, sizeof name)) return 1;
+    if (!IsNew(*all, all->faces, full, *logical) || !ToUtf8(full, name, sizeof name)) return all->more;
     FontFace face = {name, nullptr, 0, {}};
     std::memcpy(&face.logical, logical, sizeof face.logical);
     all->more = all->face(face, all->user);
@@ -56,7 +65,7 @@ int CALLBACK OnStyle(const LOGFONTA* logical, const TEXTMETRICA*, DWORD type, LP
 
 int CALLBACK OnFamily(const LOGFONTA* logical, const TEXTMETRICA*, DWORD type, LPARAM user) {
     auto* all = reinterpret_cast<Enumeration*>(user);
-    if (IsTrueType(type) && IsNew(all->family, logical->lfFaceName))
+    if (IsTrueType(type) && IsNew(*all, all->families, logical->lfFaceName, *logical))
         EnumFontFamiliesA(all->context, logical->lfFaceName, OnStyle, user);
     return all->more;
 }
@@ -104,11 +113,10 @@ i64 FontFileLength(const FontSelection& selection) {
 
 bool ReadFontFile(const FontSelection& selection, void* bytes, size_t length, size_t* directory) {
     HDC context = ContextOf(selection);
-    // Without the collection's word the data begin at the face's directory, so the difference tells where that is.
-    DWORD whole = Length(context, kCollection), face = Length(context, 0);
-    bool collection = whole != GDI_ERROR;
-    *directory = collection && face != GDI_ERROR && face <= whole ? whole - face : 0;
-    return GetFontData(context, collection ? kCollection : 0, 0, bytes, DWORD(length)) == DWORD(length);
+    DWORD face = Length(context, 0);
+    DWORD table = Length(context, kCollection) != GDI_ERROR ? kCollection : 0;
+    return face != GDI_ERROR && GetFontData(context, table, 0, bytes, DWORD(length)) == DWORD(length) &&
+           FindFace(static_cast<const u8*>(bytes), length, face, directory);
 }
 
 }   // namespace pal

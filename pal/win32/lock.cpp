@@ -1,10 +1,9 @@
 // Locks by a file that nobody else may open, which the system deletes with its last handle.
 #include "pal/lock.h"
 
-#include <cstdlib>
-
 #include <windows.h>
 
+#include "pal/allocate.h"
 #include "pal/win32/wide.h"
 
 namespace pal {
@@ -16,7 +15,7 @@ struct FileLock {
 FileLock* LockTake(const char* path, bool* taken) {
     *taken = false;
     Wide wide(path);
-    FileLock* lock = static_cast<FileLock*>(std::malloc(sizeof(FileLock)));
+    FileLock* lock = AllocateRecord<FileLock>();
     HANDLE handle = INVALID_HANDLE_VALUE;
     if (wide && lock) {
         handle = CreateFileW(wide.Get(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, OPEN_ALWAYS,
@@ -24,7 +23,7 @@ FileLock* LockTake(const char* path, bool* taken) {
         if (handle == INVALID_HANDLE_VALUE) *taken = GetLastError() == ERROR_SHARING_VIOLATION;
     }
     if (handle == INVALID_HANDLE_VALUE) {
-        std::free(lock);
+        Free(lock);
         return nullptr;
     }
     lock->handle = handle;
@@ -34,7 +33,7 @@ FileLock* LockTake(const char* path, bool* taken) {
 void LockRelease(FileLock* lock) {
     if (!lock) return;
     CloseHandle(lock->handle);
-    std::free(lock);
+    Free(lock);
 }
 
 }   // namespace pal

@@ -2,10 +2,10 @@
 #include "pal/memory.h"
 
 #include <atomic>
-#include <cstdlib>
 
 #include <windows.h>
 
+#include "pal/allocate.h"
 #include "pal/blockcache.h"
 #include "pal/win32/wide.h"
 
@@ -75,14 +75,14 @@ bool MemoryQuery(MemoryStatus* status) {
 }
 
 void* SharedOpen(const char* name, size_t bytes, void** view) {
-    auto* shared = static_cast<Shared*>(std::calloc(1, sizeof(Shared)));
+    auto* shared = AllocateRecord<Shared>();
     if (!shared) return nullptr;
     if (bytes == 0) bytes = 1;
     shared->mapping = MakeMapping(name, bytes);
     if (shared->mapping) shared->view = MapViewOfFile(shared->mapping, FILE_MAP_ALL_ACCESS, 0, 0, bytes);
     if (!shared->view) {
         // A mapping that cannot be viewed stays open: its name is taken as long as this process lives.
-        std::free(shared);
+        Free(shared);
         return nullptr;
     }
     *view = shared->view;
@@ -94,7 +94,7 @@ void SharedClose(void* handle) {
     if (!shared) return;
     UnmapViewOfFile(shared->view);
     CloseHandle(shared->mapping);
-    std::free(shared);
+    Free(shared);
 }
 
 }   // namespace pal

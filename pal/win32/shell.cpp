@@ -9,6 +9,7 @@
 #include <shlobj.h>
 #include <shlwapi.h>
 
+#include "pal/allocate.h"
 #include "pal/win32/com.h"
 #include "pal/win32/wide.h"
 
@@ -31,13 +32,23 @@ constexpr SHCONTF kAllItems = SHCONTF_FOLDERS | SHCONTF_NONFOLDERS | SHCONTF_INC
 
 PCUITEMID_CHILD ListOf(ShellItem* item) { return reinterpret_cast<PCUITEMID_CHILD>(item); }
 
+ShellFolder* NewFolder() {
+    void* memory = Allocate(sizeof(ShellFolder));
+    return memory ? new (memory) ShellFolder : nullptr;
+}
+
+void FreeFolder(ShellFolder* folder) {
+    if (folder) folder->~ShellFolder();
+    Free(folder);
+}
+
 // Begins the walk of an opened folder; a folder that was not opened, or lists nothing, is freed.
 ShellFolder* Listed(ShellFolder* folder, HRESULT opened, void* owner) {
     if (SUCCEEDED(opened) && folder->folder.Get() &&
         folder->folder->EnumObjects(static_cast<HWND>(owner), kAllItems,
                                     reinterpret_cast<IEnumIDList**>(folder->items.Out())) == S_OK)
         return folder;
-    delete folder;
+    FreeFolder(folder);
     return nullptr;
 }
 
@@ -57,7 +68,7 @@ HRESULT OpenByPath(ShellFolder* folder, const wchar_t* path, void* owner) {
 }   // namespace
 
 ShellFolder* ShellOpenDesktop(void* owner) {
-    auto* folder = new (std::nothrow) ShellFolder;
+    auto* folder = NewFolder();
     if (!folder) return nullptr;
     return Listed(folder, SHGetDesktopFolder(reinterpret_cast<IShellFolder**>(folder->folder.Out())), owner);
 }
@@ -65,19 +76,19 @@ ShellFolder* ShellOpenDesktop(void* owner) {
 ShellFolder* ShellOpenPath(const char* path, void* owner) {
     Wide wide(path);
     if (!wide) return nullptr;
-    auto* folder = new (std::nothrow) ShellFolder;
+    auto* folder = NewFolder();
     if (!folder) return nullptr;
     return Listed(folder, OpenByPath(folder, wide.Get(), owner), owner);
 }
 
 ShellFolder* ShellOpenItem(ShellFolder* parent, ShellItem* item, void* owner) {
-    auto* folder = new (std::nothrow) ShellFolder;
+    auto* folder = NewFolder();
     if (!folder) return nullptr;
     return Listed(folder, parent->folder->BindToObject(ListOf(item), nullptr, IID_IShellFolder, folder->folder.Out()),
                   owner);
 }
 
-void ShellCloseFolder(ShellFolder* folder) { delete folder; }
+void ShellCloseFolder(ShellFolder* folder) { FreeFolder(folder); }
 
 ShellItem* ShellNext(ShellFolder* folder) {
     PITEMID_CHILD item = nullptr;

@@ -9,6 +9,7 @@
 #include <shlobj.h>
 
 #include "pal/win32/com.h"
+#include "pal/win32/links.h"
 #include "pal/win32/wide.h"
 
 namespace pal {
@@ -39,8 +40,11 @@ HANDLE OpenForQuery(const wchar_t* path) {
 
 // A symbolic link or junction: opening it opens the target.
 bool ResolveFileLink(const wchar_t* path, wchar_t (&target)[MAX_PATH], DWORD* attributes) {
-    DWORD own = GetFileAttributesW(path);
-    if (own == INVALID_FILE_ATTRIBUTES || !(own & FILE_ATTRIBUTE_REPARSE_POINT)) return false;
+    WIN32_FIND_DATAW own;
+    HANDLE find = FindFirstFileW(path, &own);
+    if (find == INVALID_HANDLE_VALUE) return false;
+    FindClose(find);
+    if (!IsLink(own.dwFileAttributes, own.dwReserved0)) return false;
     HANDLE handle = OpenForQuery(path);
     if (handle == INVALID_HANDLE_VALUE) return false;
     BY_HANDLE_FILE_INFORMATION information;
@@ -49,7 +53,7 @@ bool ResolveFileLink(const wchar_t* path, wchar_t (&target)[MAX_PATH], DWORD* at
     bool known = length > 0 && length < MAX_PATH + 8 && GetFileInformationByHandle(handle, &information);
     CloseHandle(handle);
     if (!known) return false;
-    const wchar_t* plain = std::wcsncmp(full, L"\\\\?\\", 4) == 0 ? full + 4 : full;
+    const wchar_t* plain = PlainPath(full);
     if (std::wcslen(plain) >= MAX_PATH) return false;
     std::wcscpy(target, plain);
     *attributes = information.dwFileAttributes;

@@ -5,7 +5,8 @@
 
 namespace pal {
 
-// `text` as UTF-16 in a buffer of its own, of any length; null when out of memory or when it is no valid UTF-8.
+// `text` as UTF-16 in a buffer of its own, of any length; null when out of memory or when it is no valid UTF-8, which
+// `Error` tells apart.
 class Wide {
 public:
     explicit Wide(const char* text);
@@ -17,8 +18,12 @@ public:
 
     const wchar_t* Get() const { return text_; }
 
+    // The system's error number for what went wrong: out of memory, or a name that cannot be. 0 when nothing did.
+    unsigned long Error() const { return error_; }
+
 private:
     wchar_t* text_;
+    unsigned long error_ = 0;
     wchar_t small_[280];
 };
 

@@ -3,6 +3,12 @@
 #include <filesystem>
 #include <string>
 
+#if !defined(_WIN32)
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 #include "kq/files.h"
 #include "pal/file.h"
 #include "support/Fixture.h"
@@ -194,6 +200,66 @@ TEST_F(Pcdos, ReadersShareAFile) {
     CloseFileKQ(second);
 }
 
+// Every pair of opens of one file: only readers get on with each other.
+TEST_F(Pcdos, WritersShareAFileWithNobody) {
+    kqtest::WriteWholeFile(path, "abc");
+    for (u32 first : {KQFILE_Read, KQFILE_Write, KQFILE_ReadWrite})
+        for (u32 second : {KQFILE_Read, KQFILE_Write, KQFILE_ReadWrite}) {
+            SCOPED_TRACE(std::to_string(first) + " then " + std::to_string(second));
+            file = OpenFileKQ(path.c_str(), first);
+            ASSERT_NE(file, nullptr);
+            KQFileInfo* other = OpenFileKQ(path.c_str(), second);
+            bool shared = first == KQFILE_Read && second == KQFILE_Read;
+            EXPECT_EQ(other != nullptr, shared);
+            EXPECT_EQ(GetErrorKQ(), shared ? u32(KQERR_NONE) : u32(KQERR_ACCESS));
+            CloseFileKQ(other);
+            CloseFileKQ(file);
+            file = OpenFileKQ(path.c_str(), KQFILE_ReadWrite);
+            EXPECT_NE(file, nullptr) << "what was refused leaves nothing behind";
+            CloseFileKQ(file);
+            file = nullptr;
+        }
+}
+
+TEST_F(Pcdos, CreatingLeavesAFileThatIsOpenUntouched) {
+    for (u32 permission : {KQFILE_Read, KQFILE_Write}) {
+        Open("abc", permission);
+        EXPECT_EQ(CreateFileKQ(path.c_str(), KQFILE_Write, 0, 0), nullptr);
+        EXPECT_EQ(GetErrorKQ(), u32(KQERR_ACCESS));
+        CloseFileKQ(file);
+        file = nullptr;
+        EXPECT_EQ(Content(), "abc");
+    }
+}
+
+#if !defined(_WIN32)
+
+// A pipe without a writer is empty; one with a writer that has not written yet is waited for.
+TEST_F(Pcdos, APipeIsReadAsItsWriterWrites) {
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    char bytes[3] = {};
+    file = OpenFileKQ(path.c_str(), KQFILE_Read);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(ReadFileKQ(file, bytes, 3), 0);
+    int writer = open(path.c_str(), O_WRONLY);
+    ASSERT_GE(writer, 0);
+    int reader = -1;   // the library's end of the pipe
+    for (int i = 3; i < 64 && reader < 0; ++i) {
+        struct stat status;
+        if (i != writer && fstat(i, &status) == 0 && S_ISFIFO(status.st_mode) &&
+            fs::read_symlink("/proc/self/fd/" + std::to_string(i)) == fs::path(path))
+            reader = i;
+    }
+    ASSERT_GE(reader, 0);
+    EXPECT_EQ(fcntl(reader, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(write(writer, "abc", 3), 3);
+    EXPECT_NE(ReadFileKQ(file, bytes, 3), 0);
+    EXPECT_EQ(std::string(bytes, 3), "abc");
+    close(writer);
+}
+
+#endif
+
 TEST_F(Pcdos, OffsetsBehindFourGigabytes) {
     file = CreateFileKQ(path.c_str(), KQFILE_ReadWrite, 0, 0);
     ASSERT_NE(file, nullptr);
@@ -354,6 +420,24 @@ TEST_F(Pcdos, EveryFailedFileCallIsReported) {
         int done = opened && ReadFileKQ(in, bytes, 6) && WriteFileKQ(out, bytes, 6);
         done &= CloseFileKQ(in) & CloseFileKQ(out);
         EXPECT_EQ(done, kq::fileFaults.failures == 0);
+    });
+}
+
+TEST_F(Pcdos, CreatingWithoutMemoryNeitherMakesNorEmptiesAFile) {
+    kqtest::FailEveryAllocation([&] {
+        i64 failAt = kq::allocationFaults.failAt;
+        bool once = kq::allocationFaults.once;
+        kq::allocationFaults.Clear();
+        kqtest::WriteWholeFile(path, "abc");
+        fs::remove(path + ".new");
+        kq::allocationFaults.Set(failAt, once);
+        KQFileInfo* emptied = CreateFileKQ(path.c_str(), KQFILE_Write, 0, 0);
+        KQFileInfo* made = CreateFileKQ((path + ".new").c_str(), KQFILE_Write, 0, 0);
+        kq::allocationFaults.failAt = 0;
+        EXPECT_EQ(fs::file_size(path), emptied ? 0u : 3u);
+        EXPECT_EQ(fs::exists(path + ".new"), made != nullptr);
+        CloseFileKQ(emptied);
+        CloseFileKQ(made);
     });
 }
 

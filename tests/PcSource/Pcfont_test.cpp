@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <set>
 
 #include "pal/fonts.h"
 #include "support/Environment.h"
@@ -239,6 +240,19 @@ TEST_F(PcfontWithFewFonts, EveryFileCallOfAListingMayFail) {
         GetAvailableFontsKQ(&some);
         FreeFontListKQ(&some);
     });
+}
+
+TEST_F(Pcfont, NoFaceOfTheHostIsListedTwice) {
+    kqtest::Variable variable("KQLIB_FONT_DIR", "");
+    GetAvailableFontsKQ(&list);
+    std::set<std::string> seen;
+    for (Node* node = list.Head; node->Succ; node = node->Succ) {
+        const KQFont* font = KQFontOfNode(node);
+        std::string face = node->Name + std::string("|") + (font->fontFile ? font->fontFile : "") + "|" +
+                           std::to_string(font->faceIndex) + "|" + std::to_string(font->logFont.weight) + "|" +
+                           std::to_string(font->logFont.italic);
+        EXPECT_TRUE(seen.insert(face).second) << face;
+    }
 }
 
 // What the host has differs; what is listed has to be usable.

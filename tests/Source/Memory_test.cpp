@@ -706,7 +706,7 @@ std::string TextOf(const std::string& path) {
 
 void NameReport(const char* path) {
 #if defined(_WIN32)
-    _putenv_s("KQLIB_LEAK_REPORT", path);
+    _wputenv_s(L"KQLIB_LEAK_REPORT", std::filesystem::path(reinterpret_cast<const char8_t*>(path)).c_str());
 #else
     setenv("KQLIB_LEAK_REPORT", path, 1);
 #endif
@@ -790,6 +790,25 @@ TEST_F(MemoryLeaks, ReportThatCannotBeOpenedIsSkippedAndTheRestGoesOn) {
     Bare(1000000);
     CleanUpKQ();
     EXPECT_EQ(KQEnv, nullptr);
+    EXPECT_EQ(pal::BlocksOut(), 0);
+}
+
+TEST_F(MemoryLeaks, ReportsPathIsUtf8) {
+    std::string named = report + "-gr\xC3\xBC\xC3\x9F \xE6\x98\xA0.txt";
+    NameReport(named.c_str());
+    Guarded(10, 0, 5);
+    CleanUpKQ();
+    EXPECT_NE(TextOf(named).find("Tests/Here Line: 5 Size: 16\n"), std::string::npos);
+}
+
+TEST_F(MemoryLeaks, OpeningOfTheReportIsAFileCallThatMayFail) {
+    Guarded(10);
+    kq::fileFaults.Set(1, false);
+    CleanUpKQ();
+    i64 failures = kq::fileFaults.failures;
+    kq::fileFaults.Clear();
+    EXPECT_GE(failures, 1);
+    EXPECT_EQ(TextOf(report), "");
     EXPECT_EQ(pal::BlocksOut(), 0);
 }
 

@@ -242,6 +242,28 @@ class KqclipTest(unittest.TestCase):
         self.assertEqual(comparison["channels"]["blue"]["largest"], 0)
         self.run_tool("compare", "a.flm", "b.flm", "--tolerance", "8")
 
+    # Names of every script, with blanks and quotes, as arguments and in what is printed.
+
+    def test_names_beyond_ascii_are_read_written_and_printed(self):
+        name = "gr\u00fc\u00df \u6620\u753b \U0001f3ac"
+        self.film(f"{name}.flm", frames=3)
+        os.mkdir(f"{name} out")
+        self.assertIn(name, self.run_tool("info", f"{name}.flm")[0])
+        self.assertEqual(self.run_json("info", f"{name}.flm")["input"]["frames"], 3)
+        self.run_tool("convert", f"{name}.flm", os.path.join(f"{name} out", f"{name}.ei"))
+        self.run_tool("convert", f"{name}.flm", f"{name}.###.vpb")
+        self.assertTrue(os.path.exists(f"{name}.002.vpb"))
+        self.assertTrue(self.run_json("compare", f"{name}.flm", os.path.join(f"{name} out", f"{name}.ei"))
+                        ["comparison"]["equal"])
+        self.run_tool("sheet", f"{name}.flm", f"{name}.png")
+        self.assertTrue(os.path.exists(f"{name}.png"))
+        _, err = self.run_tool("info", f"{name} none.flm", code=1)
+        self.assertIn(f"{name} none.flm", err)
+
+    def test_quotes_and_blanks_of_arguments_survive(self):
+        answer = self.run_json("info", "no 'such' file  here.flm", code=1)
+        self.assertIn("no 'such' file  here.flm", answer["error"]["message"])
+
     def test_the_manual_and_completions_name_every_command(self):
         for form in ("man", "bash", "zsh", "fish"):
             out, _ = self.run_tool("--generate", form)
