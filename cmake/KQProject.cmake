@@ -26,6 +26,9 @@ if(NOT WIN32)
   set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 endif()
 
+# Where format modules are installed.
+set(KQ_MODULE_DIR ${CMAKE_INSTALL_LIBDIR}/kqlib/modules)
+
 # kq_module(name file...): a format module in a file of its own, bin/modules/name.ifm.
 function(kq_module name)
   add_library(${name} MODULE ${ARGN})

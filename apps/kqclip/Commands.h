@@ -28,7 +28,6 @@ struct SheetOptions {
     int cellWidth = 192;     // the box that each frame is fitted into, pixels
     int cellHeight = 144;
     int most = 48;           // at most so many frames, evenly chosen
-    bool overwrite = true;
 };
 
 // Writes a contact sheet as PNG.
@@ -49,6 +48,7 @@ struct ConvertOptions {
     std::string writeAlpha;          // none, grey, straight, premultiplied; empty: straight where the input has alpha
     std::string extension;           // taken for the output's extension
     int start = -1;                  // number of the first output file; -1: as the input's numbers
+    bool splitFields = false;        // a frame for each field, at twice the rate
     bool overwrite = false;
     bool dryRun = false;
 };

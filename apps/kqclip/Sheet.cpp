@@ -17,6 +17,8 @@ constexpr Colour kCell = {40, 41, 45};
 constexpr Colour kInk = {214, 216, 220};
 constexpr Colour kPaleInk = {140, 144, 152};
 
+constexpr Colour kAlarm = {224, 122, 95};
+
 constexpr int kMargin = 16;
 constexpr int kGap = 10;
 constexpr int kHeader = 32;
@@ -76,11 +78,27 @@ Layout LayOut(Size cell, int count, int columns) {
     return {cell, columns, (count + columns - 1) / columns};
 }
 
+// A frame that cannot be read.
+void DrawDamaged(Picture& sheet, int x, int y, Size cell) {
+    const char* text = "damaged";
+    int width = Picture::TextWidth(1, text);
+    sheet.DrawText(x + std::max((cell.width - width) / 2, 2), y + cell.height / 2 - 4, 1, text, kAlarm);
+}
+
+// A shell that expands shot.*.png to two names would have the second overwritten.
+void RefuseInput(const Material& material, const std::string& output) {
+    if (material.Reads(output))
+        throw Failure("wrong-use", "cannot write '" + output + "': it is a file of the input; choose another name", kWrongUse);
+}
+
 }   // namespace
 
 void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOptions& options, Report& report) {
-    Material material(input);
+    InputOptions lenient = input;   // a sheet shows what there is
+    if (input.missing == Missing::Error && input.frames.empty()) lenient.missing = Missing::Skip;
+    Material material(lenient);
     report.facts["input"] = material.Describe();
+    RefuseInput(material, options.output);
     std::vector<Step> steps = EvenChoice(material.Plan(report, true), options.most);
     if (steps.empty()) throw Failure("no-frames", "no frame of '" + input.path + "' is left to show");
     Layout layout = LayOut(Fit(material.Clip(), options.cellWidth, options.cellHeight), int(steps.size()),
@@ -94,33 +112,41 @@ void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOp
     Progress progress("sheet", int(steps.size()), common.progress);
     for (int i = 0; i < int(steps.size()); ++i) {
         int x = layout.X(i), y = layout.Y(i);
-        material.Fetch(steps[size_t(i)], bitmap.get(), report);
         sheet.FillRect(x, y, layout.cell.width, layout.cell.height, kCell);
-        sheet.DrawScaled(bitmap.get(), x, y, layout.cell.width, layout.cell.height);
+        if (material.Fetch(steps[size_t(i)], bitmap.get(), report))
+            sheet.DrawScaled(bitmap.get(), x, y, layout.cell.width, layout.cell.height);
+        else
+            DrawDamaged(sheet, x, y, layout.cell);
         sheet.DrawText(x, y + layout.cell.height + 5, 1, std::to_string(steps[size_t(i)].number), kPaleInk);
         progress.Show(i + 1);
     }
     sheet.WritePNG(options.output);
     report.facts["output"] = {{"path", options.output}, {"width", sheet.Width()}, {"height", sheet.Height()},
                               {"shown", steps.size()}, {"columns", layout.columns}};
+    if (!common.json)
+        std::printf("wrote a sheet of %zu frames: %s, %d x %d pixels\n", steps.size(), options.output.c_str(),
+                    sheet.Width(), sheet.Height());
 }
 
-void Frame(const CommonOptions&, const InputOptions& input, const FrameOptions& options, Report& report) {
+void Frame(const CommonOptions& common, const InputOptions& input, const FrameOptions& options, Report& report) {
     InputOptions one = input;
     one.frames = std::to_string(options.number);
     Material material(one);
     report.facts["input"] = material.Describe();
     Size size = options.size.empty() ? Size{material.Clip()->width, material.Clip()->height}
                                      : ParseSize(options.size, "--size");
+    RefuseInput(material, options.output);
     std::vector<Step> steps = material.Plan(report, false);
-    if (steps.empty()) throw Failure("missing-frames", "'" + input.path + "' has no such frame to write");
     Bitmap bitmap = MakeBitmap(size.width, size.height);
-    material.Fetch(steps[0], bitmap.get(), report);
+    if (steps.empty() || !material.Fetch(steps[0], bitmap.get(), report))
+        throw Failure("missing-frames", "'" + input.path + "' has no frame " + one.frames + " to write; see 'kqclip info'");
     Picture picture(size.width, size.height, {0, 0, 0});
     picture.TakePixels(bitmap.get());
     picture.WritePNG(options.output);
     report.facts["output"] = {{"path", options.output}, {"width", size.width}, {"height", size.height},
                               {"number", options.number}};
+    if (!common.json)
+        std::printf("wrote frame %d as %s, %d x %d pixels\n", options.number, options.output.c_str(), size.width, size.height);
 }
 
 }   // namespace kqclip
