@@ -1,0 +1,32 @@
+// A worker: does what the module asks, one request after the other, under limits.
+#pragma once
+
+#include <cstdint>
+
+#include "modules/stills/oiio/Wire.h"
+
+namespace stills::oiio {
+
+// Done once by the keeper, so that every worker starts with it.
+void PrepareWorkers();
+
+// Answers requests until the socket ends.
+void RunWorker(int socket);
+
+// Reads the head of the still `file`, and fills `answer`.
+void DecodeHead(const Request& request, int file, Answer& answer);
+
+// Reads the still's pixels into `target`, scaled by taking the nearest lower pixel as the library's own scaler does.
+void DecodePixels(const Request& request, int file, std::uint8_t* target, Answer& answer);
+
+// Writes a still from `source` into `file`.
+void EncodePixels(const Request& request, int file, const std::uint8_t* source, Answer& answer);
+
+// The path under which this process reaches an open file.
+struct OpenPath {
+    char text[32];
+
+    explicit OpenPath(int file);
+};
+
+}   // namespace stills::oiio
