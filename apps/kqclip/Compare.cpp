@@ -53,7 +53,7 @@ struct Pairs {
     std::vector<int> onlyLeft, onlyRight;
 };
 
-// Frames of two sequences belong together by their numbers, which may have gaps; of others by their place.
+// Frames of two sequences belong together by their numbers where one has gaps or is longer; else by their place.
 Pairs Pair(const std::vector<Step>& a, const std::vector<Step>& b, bool byNumber) {
     Pairs pairs;
     if (!byNumber) {
@@ -105,7 +105,9 @@ void Compare(const CommonOptions& common, const InputOptions& left, const InputO
         throw Failure("different-size", "cannot compare '" + left.path + "' and '" + right.path +
                                             "': their pictures have different sizes; convert one with --size",
                       kDifferent);
-    bool byNumber = a.IsSequence() && b.IsSequence() && left.frames.empty() && right.frames.empty();
+    bool lists = !left.frames.empty() || !right.frames.empty();
+    bool alike = a.Numbers().size() == b.Numbers().size() && !a.HasGaps() && !b.HasGaps();
+    bool byNumber = a.IsSequence() && b.IsSequence() && !lists && !alike;
     Pairs pairs = Pair(a.Plan(report, true), b.Plan(report, true), byNumber);
     Bitmap bitmapA = MakeBitmap(clipA->width, clipA->height), bitmapB = MakeBitmap(clipA->width, clipA->height);
     Difference total;

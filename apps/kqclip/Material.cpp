@@ -87,7 +87,9 @@ Material::Material(const InputOptions& options) : options_(options) {
 void Material::OpenPath() {
     std::error_code error;
     fs::path path = PathFrom(options_.path);
-    if (fs::is_directory(path, error)) return OpenFolder(TextOf(path / ""));
+    bool isFolder = fs::is_directory(path, error);
+    FinishKilledMoves(isFolder ? TextOf(path / "") : options_.path);
+    if (isFolder) return OpenFolder(TextOf(path / ""));
     if (fs::exists(path, error)) return OpenFile(options_.path, options_.single);
     if (auto pattern = ParsePattern(options_.path)) return OpenPattern(*pattern);
     throw Failure("not-found", "cannot open '" + options_.path +

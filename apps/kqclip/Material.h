@@ -62,6 +62,9 @@ public:
     // The numbers that are there, ascending; for a file of all frames 0, 1, 2, ...
     const std::vector<int>& Numbers() const { return numbers_; }
 
+    // Whether a number between the first and the last is not there.
+    bool HasGaps() const;
+
     double Seconds() const { return clip_->frameRate > 0 ? clip_->frameCount / clip_->frameRate : 0; }
 
     // The frames that --frames and --missing ask for. `toleratesGaps`: without --frames the numbers that are there, and
@@ -101,7 +104,6 @@ private:
     ClipHandle OpenAlone(const std::string& file) const;
     std::string FileOf(int index) const;
     std::string NameOfFrame(int number, int index) const;
-    bool HasGaps() const;
     std::string GapText() const;
     void CheckFile(int index, Report& report) const;
     int Stand(int number, size_t at) const;

@@ -60,21 +60,22 @@ void FinishLeftMove(const fs::path& folder, const fs::path& home) {
     }
 }
 
-// What killed runs left: a complete set is moved into place, an incomplete one is removed.
-void CleanUpAfterKilledRuns(const fs::path& home) {
+// The folders whose names begin with `start` and that killed runs left.
+std::vector<fs::path> LeftBehind(const fs::path& home, const char* start) {
     std::error_code error;
-    std::vector<fs::directory_entry> left;
+    std::vector<fs::path> left;
     for (fs::directory_iterator entry(home, error), end; !error && entry != end; entry.increment(error)) {
         std::string name = TextOf(entry->path().filename());
-        if ((StartsWith(name, kWork) || StartsWith(name, kComplete)) && IsLeftBehind(*entry, name)) left.push_back(*entry);
+        if (StartsWith(name, start) && IsLeftBehind(*entry, name)) left.push_back(entry->path());
     }
-    for (const fs::directory_entry& entry : left) {
-        std::error_code ignored;
-        if (StartsWith(TextOf(entry.path().filename()), kComplete))
-            FinishLeftMove(entry.path(), home);
-        else
-            fs::remove_all(entry.path(), ignored);
-    }
+    return left;
+}
+
+// What killed runs left: a complete set is moved into place, an incomplete one is removed.
+void CleanUpAfterKilledRuns(const fs::path& home) {
+    std::error_code ignored;
+    for (const fs::path& folder : LeftBehind(home, kComplete)) FinishLeftMove(folder, home);
+    for (const fs::path& folder : LeftBehind(home, kWork)) fs::remove_all(folder, ignored);
 }
 
 // A failed call of the system, as a failure of the tool.
@@ -91,6 +92,12 @@ fs::path PathFrom(const std::string& utf8) { return fs::path(std::u8string(utf8.
 std::string TextOf(const fs::path& path) {
     std::u8string text = path.u8string();
     return {text.begin(), text.end()};
+}
+
+void FinishKilledMoves(const std::string& path) {
+    fs::path home = PathFrom(FolderOf(path));
+    if (home.empty()) home = ".";
+    for (const fs::path& folder : LeftBehind(home, kComplete)) FinishLeftMove(folder, home);
 }
 
 Staging::Staging(const std::string& target) {

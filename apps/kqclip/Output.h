@@ -3,6 +3,7 @@
 //
 // A run that fails or is interrupted removes its folder. What a killed run left is seen to by the next run that writes
 // to the same place: files that were not complete are removed, and a complete set whose move was cut short is moved on.
+// The latter is done before a clip is read, too, so that nobody sees half of an old sequence and half of a new one.
 // Folders are told from those of runs that are still at work by the process in their name; on a disk that machines
 // share, a folder of another machine is left alone for a day.
 #pragma once
@@ -40,6 +41,9 @@ private:
     std::vector<std::filesystem::path> made_;   // folders that were made for the target, the outermost first
     bool committed_ = false;
 };
+
+// Completes what killed runs had complete and did not get to move into the folder of `path`.
+void FinishKilledMoves(const std::string& path);
 
 // Writes one whole file, staged; throws Failure.
 void WriteWhole(const std::string& target, const std::string& bytes);

@@ -71,9 +71,19 @@ struct Layout {
     long Height() const { return 2L * kMargin + kHeader + long(rows) * (cell.height + kLabel + kGap) - kGap; }
 };
 
+// Of the numbers of columns near `about` the one whose last row is fullest, the nearest of several.
+int Fullest(int count, int about) {
+    int best = about;
+    auto empty = [count](int columns) { return (columns - count % columns) % columns; };
+    for (int away = 1; away <= std::max(about / 4, 1); ++away)
+        for (int columns : {about + away, about - away})
+            if (columns > 0 && empty(columns) < empty(best)) best = columns;
+    return best;
+}
+
 Layout LayOut(Size cell, int count, int columns) {
     double shape = double(cell.height + kLabel + kGap) / (cell.width + kGap);
-    if (columns == 0) columns = std::max(int(std::lround(std::sqrt(count * shape * 1.4))), 1);
+    if (columns == 0) columns = Fullest(count, std::max(int(std::lround(std::sqrt(count * shape * 1.4))), 1));
     columns = std::min(columns, count);
     return {cell, columns, (count + columns - 1) / columns};
 }

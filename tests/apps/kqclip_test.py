@@ -402,6 +402,9 @@ class KqclipTest(ToolTest):
         comparison = self.run_json("compare", "s.##.vpb", "t.##.vpb", code=4)["comparison"]
         self.assertEqual((comparison["compared"], comparison["onlyLeft"], comparison["firstDifferent"]), (3, "2", None))
         self.run_tool("compare", "s.##.vpb", "t.##.vpb", "--frames", "0-1")
+        os.rename("t.01.vpb", "t.02.vpb")
+        self.run_tool("convert", "s.##.vpb", "u.##.vpb", "--frames", "0-3", "--start", "7")
+        self.run_json("compare", "s.##.vpb", "u.##.vpb", "--tolerance", "255")
         self.run_tool("compare", "s.##.vpb", "t.##.vpb", "--frames", "1", "--frames-b", "3", code=4)
 
     def test_an_answer_that_cannot_be_written_is_a_failure(self):
