@@ -41,16 +41,17 @@ bool Writes(const char* extension);
 // kind goes by the contents, and by the extension only for files that do not tell.
 bool ReadHead(const char* path, Head& head, Problem& problem);
 
-// Reads the pixels into `pixels`: `width` * `height` pixels of 4 bytes, alpha, red, green, blue, the top row first, rows
-// close together, 8 bits a channel, alpha straight, 255 without an alpha channel. The file is scaled (nearest, or a
-// cheaper reduced decode) when `width` and `height` differ from its own, which `head` tells when it is known.
+// Reads the pixels into `pixels`: `width` * `height` pixels of 4 bytes, alpha, red, green, blue, the top row first,
+// rows close together, 8 bits a channel, alpha straight, 255 without an alpha channel. The file is scaled (nearest, or
+// a cheaper reduced decode) when `width` and `height` differ from its own, which `head` tells when it is known.
 Pixels ReadPixels(const char* path, int width, int height, std::uint8_t* pixels, Head& head, Problem& problem);
 
 // Says that `path` will probably be asked for next, at this size. May read ahead; may do nothing.
 void Expect(const char* path, int width, int height);
 
-// Writes a still of the kind that `extension` names to `path`, a file that may exist and is overwritten; pixels as above.
-// Without `head.alpha` the file gets no alpha channel. Kinds without alpha (JPEG) drop it.
-bool WritePixels(const char* path, const char* extension, const Head& head, const std::uint8_t* pixels, Problem& problem);
+// Writes a still of the kind that `extension` names to `path`, a file that may exist and is overwritten; pixels as
+// above. Without `head.alpha` the file gets no alpha channel. Kinds without alpha (JPEG) drop it.
+bool WritePixels(const char* path, const char* extension, const Head& head, const std::uint8_t* pixels,
+                 Problem& problem);
 
 }   // namespace stills

@@ -30,8 +30,8 @@ constexpr int kAhead = 3;
 
 // Every extension that some codec may know. The library's codes hold three letters; a longer one is a code of four
 // that only the extension tag can give.
-constexpr const char* kExtensions[] = {"bmp", "cin", "dds", "dpx", "exr", "gif", "hdr",  "ico", "iff",
-                                       "jp2", "jpg", "jxr", "pbm", "pgm", "pic", "png",  "ppm", "psd",
+constexpr const char* kExtensions[] = {"bmp", "cin", "dds", "dpx", "exr", "gif", "hdr", "ico", "iff",
+                                       "jp2", "jpg", "jxr", "pbm", "pgm", "pic", "png", "ppm", "psd",
                                        "rgb", "rla", "sgi", "tga", "tif", "wdp", "webp"};
 
 // What the module keeps of an open clip. A clone of a clip has none.
@@ -55,9 +55,22 @@ std::string ExtensionOf(const char* fileSpec) {
     std::string extension = TextOf(PathFrom(fileSpec).extension());
     if (!extension.empty()) extension.erase(0, 1);
     for (char& c : extension) c = char(std::tolower(static_cast<unsigned char>(c)));
-    if (extension == "tiff") return "tif";
-    if (extension == "jpeg") return "jpg";
+    static constexpr const char* kLong[][2] = {
+        {"tiff", "tif"}, {"jpeg", "jpg"}, {"jpe", "jpg"}, {"jfif", "jpg"}, {"targa", "tga"}};
+    for (auto& known : kLong)
+        if (extension == known[0]) return known[1];
     return extension;
+}
+
+// Runs `call` so that no exception crosses the module's edge; all that are thrown here are for want of memory.
+template <class Call>
+i32 Guarded(Call call) {
+    try {
+        return call();
+    } catch (const std::exception&) {
+        KQEnv->Error = KQERR_NOMEM;
+        return 0;
+    }
 }
 
 u32 CodeOf(const char* extension) {
@@ -88,7 +101,7 @@ void TakeHead(KQClip* clip, const stills::Head& head) {
     clip->flags |= KQCLIP_ALPHA_KNOWN;
 }
 
-i32 Open(KQClip* clip, TagItem*) {
+i32 OpenStill(KQClip* clip) {
     stills::Head head;
     stills::Problem problem;
     if (!stills::ReadHead(clip->fileSpec, head, problem))
@@ -107,6 +120,10 @@ i32 Open(KQClip* clip, TagItem*) {
     return 1;
 }
 
+i32 Open(KQClip* clip, TagItem*) {
+    return Guarded([&] { return OpenStill(clip); });
+}
+
 void Close(KQClip* clip) {
     delete StillOf(clip);
     clip->moduleData = nullptr;
@@ -121,7 +138,8 @@ void ExpectFollowing(KQClip* clip, i32 width, i32 height) {
         stills::Expect(path.c_str(), width, height);
 }
 
-// A frame of another size than the first is scaled to it. That is seldom meant, so it counts as damage and is told once.
+// A frame of another size than the first is scaled to it. That is seldom meant, so it counts as damage and is told
+// once.
 void NoteOtherSize(KQClip* clip, const stills::Head& head) {
     Still* still = StillOf(clip);
     if (!still || clip->sourceFrames < 2 || head.width < 1) return;
@@ -129,9 +147,10 @@ void NoteOtherSize(KQClip* clip, const stills::Head& head) {
     KQEnv->Error = KQERR_BADDATA;
     if (still->toldSize) return;
     still->toldSize = true;
-    UserMessageKQ("'%s' has %d x %d pixels and the first frame %d x %d: such frames are scaled; convert them one by one "
-                  "to keep their size",
-                  clip->fileSpec, head.width, head.height, still->width, still->height);
+    UserMessageKQ(
+        "'%s' has %d x %d pixels and the first frame %d x %d: such frames are scaled; convert them one by one "
+        "to keep their size",
+        clip->fileSpec, head.width, head.height, still->width, still->height);
 }
 
 // Reads the whole frame at `width` x `height` into rows that lie close together. 0 when there is nothing to see.
@@ -154,12 +173,12 @@ i32 GetFrame(KQClip* clip, KQBitmap* target, i32, const KQRectT<long>* position,
     if (width < 1 || height < 1) return 1;
     if (x == 0 && y == 0 && width == target->width && height == target->height && target->rowBytes == width * 4) {
         FillBitmapKQ(target, clip->backgroundColor);   // what a damaged file leaves out
-        return ReadWhole(clip, target->data, width, height);
+        return Guarded([&] { return ReadWhole(clip, target->data, width, height); });
     }
     KQBitmap* whole = AllocBitmapKQ(width, height, 32);
     if (!whole) return 0;
     FillBitmapKQ(whole, clip->backgroundColor);
-    i32 read = ReadWhole(clip, whole->data, width, height);
+    i32 read = Guarded([&] { return ReadWhole(clip, whole->data, width, height); });
     if (read) {
         i32 fromX = x > 0 ? x : 0, fromY = y > 0 ? y : 0;
         CopyBitmapKQ(whole, target, fromX, fromY, width - fromX, height - fromY, fromX - x, fromY - y);
@@ -168,13 +187,17 @@ i32 GetFrame(KQClip* clip, KQBitmap* target, i32, const KQRectT<long>* position,
     return read;
 }
 
-// Whether files of the clip's extension can be written at the clip's size. Nothing is created before there is a frame.
-i32 Create(KQClip* clip, u32) {
+// Whether files of the clip's extension can be written. Nothing is created before there is a frame.
+i32 CheckExtension(KQClip* clip) {
     std::string extension = clip->fileSpec ? ExtensionOf(clip->fileSpec) : "";
     if (!stills::Writes(extension.c_str()))
         return Refuse(KQERR_CREATE, clip->fileSpec ? clip->fileSpec : "", "cannot be created",
                       ("files of the kind ." + extension + " are not written").c_str());
     return 1;
+}
+
+i32 Create(KQClip* clip, u32) {
+    return Guarded([&] { return CheckExtension(clip); });
 }
 
 i32 BeginIO(KQClip*, u32) { return 1; }
@@ -250,21 +273,29 @@ KQBitmap* FrameToWrite(KQClip* clip, const KQBitmap* bitmap, const KQRectT<long>
     return frame;
 }
 
-i32 AddFrame(KQClip* clip, KQBitmap* bitmap, i32, const KQRectT<long>* rect) {
-    KQRectT<long> all = {0, 0, bitmap->width, bitmap->height};
-    KQBitmap* frame = bitmap->depth == 32 ? FrameToWrite(clip, bitmap, rect ? rect : &all) : nullptr;
-    if (!frame) return 0;
+// Writes `frame` to the clip's file.
+i32 WriteFrame(KQClip* clip, const KQBitmap* frame) {
     stills::Head head;
     stills::Problem problem;
     head.width = frame->width;
     head.height = frame->height;
     head.alpha = clip->alphaMode == 2;
     head.pixelAspect = clip->pixelAspect;
-    bool written = frame->width > 0 && frame->height > 0 && Replace(clip->fileSpec, head, frame->data, problem);
+    if (frame->width < 1 || frame->height < 1)
+        return Refuse(KQERR_BADDATA, clip->fileSpec, "cannot be written", "it has no pixels");
+    if (Replace(clip->fileSpec, head, frame->data, problem)) return 1;
+    return Refuse(problem.diskFull ? KQERR_DISKFULL : KQERR_WRITE, clip->fileSpec, "cannot be written",
+                  problem.c_str());
+}
+
+i32 AddFrame(KQClip* clip, KQBitmap* bitmap, i32, const KQRectT<long>* rect) {
+    KQRectT<long> all = {0, 0, bitmap->width, bitmap->height};
+    KQBitmap* frame = bitmap->depth == 32 ? FrameToWrite(clip, bitmap, rect ? rect : &all) : nullptr;
+    if (!frame) return 0;
+    i32 written = Guarded([&] { return WriteFrame(clip, frame); });
     FreeBitmapKQ(frame);
     if (written) ++clip->sourceFrames;
-    return written || Refuse(problem.diskFull ? KQERR_DISKFULL : KQERR_WRITE, clip->fileSpec, "cannot be written",
-                             problem.empty() ? "it has no pixels" : problem.c_str());
+    return written;
 }
 
 bool HasCode(const u32* codes, i32 count, u32 code) {

@@ -2,8 +2,8 @@
 //
 // Up to two workers, one a processor, have up to two requests each under way. What Expect asks for is waiting in a slot
 // of shared memory when ReadPixels comes for it. The answers of a worker come in the order of its requests, so that the
-// oldest one without an answer is the file that a worker died on or takes too long for: that request fails, or, when the
-// death came from outside, is repeated once; those behind it are repeated.
+// oldest one without an answer is the file that a worker died on or takes too long for: that request fails, or, when
+// the death came from outside, is repeated once; those behind it are repeated.
 #include "modules/stills/Codec.h"
 
 #include <algorithm>
@@ -84,7 +84,7 @@ struct Slot {
     Answer answer = {};
     std::string path;
     Identity identity;
-    Descriptor file;          // the still; kept until the answer, in case it has to be asked again
+    Descriptor file;   // the still; kept until the answer, in case it has to be asked again
     Memory memory;
     std::array<bool, kMostWorkers> shown = {};   // which workers know the memory
     bool repeated = false;
@@ -106,7 +106,8 @@ void Fail(Slot& slot, const std::string& text) {
 }
 
 std::string HowItDied(int status) {
-    if (status != -1 && WIFSIGNALED(status)) return "the decoder died on it, signal " + std::to_string(WTERMSIG(status));
+    if (status != -1 && WIFSIGNALED(status))
+        return "the decoder died on it, signal " + std::to_string(WTERMSIG(status));
     if (status != -1 && WIFEXITED(status))
         return "the decoder gave up on it, exit code " + std::to_string(WEXITSTATUS(status));
     return "the decoder died on it";
@@ -207,8 +208,9 @@ bool Codec::SendTo(int seat, int index) {
     slot.request.withSlot = show;
     slot.request.slotBytes = slot.memory.Size();
     if (slot.file && lseek(slot.file.Get(), 0, SEEK_SET) != 0) return false;
-    bool sent = show ? Send(s.worker.socket.Get(), &slot.request, sizeof slot.request, {slot.file.Get(), slot.memory.File()})
-                     : Send(s.worker.socket.Get(), &slot.request, sizeof slot.request, {slot.file.Get()});
+    bool sent =
+        show ? Send(s.worker.socket.Get(), &slot.request, sizeof slot.request, {slot.file.Get(), slot.memory.File()})
+             : Send(s.worker.socket.Get(), &slot.request, sizeof slot.request, {slot.file.Get()});
     if (!sent) return false;
     slot.shown[std::size_t(seat)] = slot.memory.Size() <= kKeptBytes;
     if (s.underWay.empty()) s.since = Clock::now();
@@ -252,14 +254,16 @@ bool Codec::Collect(int seat, int milliseconds) {
 
 void Codec::CollectAll() {
     for (int seat = 0; seat < workers_; ++seat)
-        while (Collect(seat, 0)) {}
+        while (Collect(seat, 0)) {
+        }
 }
 
 // Waits until the slot has its answer, whatever that is.
 void Codec::Await(int index) {
     while (slots_[std::size_t(index)].state == State::UnderWay) {
         int seat = 0;
-        while (std::count(seats_[std::size_t(seat)].underWay.begin(), seats_[std::size_t(seat)].underWay.end(), index) == 0)
+        while (std::count(seats_[std::size_t(seat)].underWay.begin(), seats_[std::size_t(seat)].underWay.end(),
+                          index) == 0)
             ++seat;
         if (Collect(seat, 0)) continue;   // an answer that came in time counts, however late one looks
         auto end = seats_[std::size_t(seat)].since + std::chrono::seconds(kSeconds);
@@ -287,8 +291,8 @@ int Codec::Find(const char* path, int width, int height) {
         Slot& slot = slots_[std::size_t(i)];
         if (slot.state == State::Free || slot.request.kind != RequestKind::Decode || slot.path != path) continue;
         Identity now;
-        bool same = slot.request.width == width && slot.request.height == height && Identify(path, now) &&
-                    now == slot.identity;
+        bool same =
+            slot.request.width == width && slot.request.height == height && Identify(path, now) && now == slot.identity;
         if (same) return i;
         if (slot.state == State::Ready) Release(i);
     }

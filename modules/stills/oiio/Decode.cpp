@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/mman.h>
+#include <sys/sendfile.h>
 #include <unistd.h>
 
 #include <OpenImageIO/imageio.h>
@@ -38,7 +40,7 @@ constexpr int kMostChannels = 256;
 struct Channels {
     int begin = 0, end = 0;   // the channels to read
     int red = 0, green = 0, blue = 0;
-    int alpha = -1;           // -1: none
+    int alpha = -1;   // -1: none
 
     int Count() const { return end - begin; }
 };
@@ -96,9 +98,51 @@ struct Still {
     Channels channels;
     Window frame = {};
     bool multiplied = false;   // colours are multiplied by alpha
+    int copy = -1;             // what is read in place of the file
+
+    Still() = default;
+    Still(const Still&) = delete;
+    Still& operator=(const Still&) = delete;
+
+    ~Still() {
+        input.reset();
+        if (copy >= 0) close(copy);
+    }
 };
 
+// A DPX file of 8 bits whose rows end on whole words, which not every writer tells in the head and the image library
+// does not expect: a copy in memory whose head tells. -1 for any other file.
+int WithPaddingTold(int file) {
+    constexpr std::size_t kElement = 780, kHead = 832;
+    std::uint8_t head[kHead];
+    if (pread(file, head, sizeof head, 0) != ssize_t(sizeof head)) return -1;
+    bool big = head[0] == 'S';
+    auto word = [&](std::size_t at) {
+        const std::uint8_t* b = head + at;
+        return big ? std::uint32_t(b[0]) << 24 | b[1] << 16 | b[2] << 8 | b[3]
+                   : std::uint32_t(b[3]) << 24 | b[2] << 16 | b[1] << 8 | b[0];
+    };
+    bool colours = head[kElement + 20] == 50, bytes = head[kElement + 23] == 8;
+    std::uint64_t width = word(772), height = word(776), begin = word(kElement + 28), told = word(kElement + 32);
+    std::uint32_t missing = std::uint32_t(4 - width * 3 % 4) % 4;
+    off_t size = lseek(file, 0, SEEK_END);
+    if (!colours || !bytes || !missing || (told != 0 && told != 0xFFFFFFFF) || width > 32767 || height > 32767)
+        return -1;
+    if (std::uint64_t(size) < begin + (width * 3 + missing) * height) return -1;
+    int copy = memfd_create("dpx", MFD_CLOEXEC);
+    off_t at = 0;
+    while (copy >= 0 && at < size && sendfile(copy, file, &at, std::size_t(size - at)) > 0) {
+    }
+    std::uint8_t padding[4] = {};
+    padding[big ? 3 : 0] = std::uint8_t(missing);
+    if (copy >= 0 && pwrite(copy, padding, sizeof padding, kElement + 32) == ssize_t(sizeof padding)) return copy;
+    close(copy);
+    return -1;
+}
+
 bool Open(const Request& request, int file, Still& still, Answer& answer) {
+    if (std::strcmp(request.format, "dpx") == 0) still.copy = WithPaddingTold(file);
+    if (still.copy >= 0) file = still.copy;
     still.input = ImageInput::create(request.format, false, nullptr, "");
     if (!still.input) {
         Tell(answer, "the image library does not read this kind");

@@ -39,6 +39,9 @@ ImageSpec SpecFor(const Request& request) {
     spec.attribute("oiio:ColorSpace", linear ? "Linear" : "sRGB");
     if (!std::strcmp(request.format, "jpeg")) spec.attribute("CompressionQuality", kJpegQuality);
     if (!std::strcmp(request.format, "tiff")) spec.attribute("Compression", "zip");
+    // Rows of DPX end on whole words, which the image library does not see to: 10 bits a channel, which hold 8 exactly,
+    // make each pixel without alpha a word.
+    if (!std::strcmp(request.format, "dpx") && !request.alpha) spec.attribute("oiio:BitsPerSample", 10);
     return spec;
 }
 

@@ -139,7 +139,8 @@ bool Exr(View& v, Head& head) {
         if (attributes.IsNamed("channels")) channels = ExrHasPlainChannels(v, at, head);
         if (attributes.IsNamed("pixelAspectRatio")) square = v.Little32(at) == kOne;
         if (attributes.IsNamed("displayWindow"))
-            window = TakeSize(v.Little32(at + 8) - v.Little32(at) + 1, v.Little32(at + 12) - v.Little32(at + 4) + 1, head);
+            window =
+                TakeSize(v.Little32(at + 8) - v.Little32(at) + 1, v.Little32(at + 12) - v.Little32(at + 4) + 1, head);
     }
     return channels && window && square && !v.Left();
 }

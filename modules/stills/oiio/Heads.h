@@ -1,8 +1,8 @@
 // Heads of the common kinds, read here and not by the helper.
 //
-// To know a file's size takes a few dozen bytes; to start the helper takes longer than a person likes to wait for it. So
-// the plain case of the common kinds is read by a few bounded lines, and everything unusual is left to the helper, which
-// gives the same answer.
+// To know a file's size takes a few dozen bytes; to start the helper takes longer than a person likes to wait for it.
+// So the plain case of the common kinds is read by a few bounded lines, and everything unusual is left to the helper,
+// which gives the same answer.
 #pragma once
 
 #include <cstddef>

@@ -111,7 +111,8 @@ void Helper::Stop() {
     if (!keeper_) return;
     keeper_ = Descriptor();
     deaths_.clear();
-    while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {}
+    while (waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
+    }
     process_ = 0;
 }
 

@@ -1,9 +1,9 @@
 // The helper process as the module sees it: a keeper that is started once, and the workers that it forks.
 //
 // The program around the module is not ours: its signals, children and descriptors are left alone. No signal handler is
-// set, no wait is done but for the keeper's own process, no descriptor survives into another program that it starts, and
-// a socket whose other end is gone answers instead of raising a signal. The keeper ends when its socket does, which is
-// when this process ends, however it does; its workers end with it.
+// set, no wait is done but for the keeper's own process, no descriptor survives into another program that it starts,
+// and a socket whose other end is gone answers instead of raising a signal. The keeper ends when its socket does, which
+// is when this process ends, however it does; its workers end with it.
 #pragma once
 
 #include <string>

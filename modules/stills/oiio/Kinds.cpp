@@ -6,6 +6,7 @@ namespace stills::oiio {
 
 namespace {
 
+// Maya IFF is not written: pictures of some sizes come back with other pixels.
 constexpr Kind kKinds[] = {
     {"bmp", "bmp", "BMP", true, false},
     {"cin", "cineon", "Cineon", false, false},
@@ -15,7 +16,7 @@ constexpr Kind kKinds[] = {
     {"gif", "gif", "GIF", false, false},
     {"hdr", "hdr", "Radiance HDR", true, false},
     {"ico", "ico", "Windows icon", false, false},
-    {"iff", "iff", "Maya IFF", true, true},
+    {"iff", "iff", "Maya IFF", false, false},
     {"jp2", "jpeg2000", "JPEG 2000", false, false},
     {"jpg", "jpeg", "JPEG", true, false},
     {"pbm", "pnm", "PBM", false, false},

@@ -11,7 +11,7 @@ struct Kind {
     const char* format;      // the image library's name
     const char* words;       // for people
     bool writes;
-    bool alpha;              // what is written may hold alpha
+    bool alpha;   // what is written may hold alpha
 };
 
 // The kind of an extension, or null.

@@ -47,12 +47,12 @@ enum class RequestKind : std::uint32_t { Head, Decode, Encode };
 struct Request {
     RequestKind kind;
     std::uint32_t id;
-    char format[16];            // the image library's name of the kind of file
+    char format[16];   // the image library's name of the kind of file
     std::uint32_t slot;
     std::int32_t width, height;
     std::uint64_t slotBytes;
-    std::uint32_t withSlot;     // the slot's memory comes along
-    std::uint32_t alpha;        // Encode: the file gets an alpha channel
+    std::uint32_t withSlot;   // the slot's memory comes along
+    std::uint32_t alpha;      // Encode: the file gets an alpha channel
     double pixelAspect;
 };
 
@@ -64,7 +64,7 @@ struct Answer {
     Outcome outcome;
     std::int32_t width, height;   // of the file; 0 when not known
     std::uint32_t alpha;
-    std::int32_t rows;            // of the target that were filled
+    std::int32_t rows;   // of the target that were filled
     double pixelAspect;
     char problem[256];
 };
@@ -72,8 +72,8 @@ struct Answer {
 // Sends one message. False when the other end is gone or the socket is full.
 bool Send(int socket, const void* message, std::size_t size, std::initializer_list<int> descriptors);
 
-// Receives one message of exactly `size` bytes, and up to `most` descriptors, the rest set to -1. 1 when it came, 0 when
-// the other end is gone, -1 when nothing has come within `milliseconds` (-1: waits).
+// Receives one message of exactly `size` bytes, and up to `most` descriptors, the rest set to -1. 1 when it came, 0
+// when the other end is gone, -1 when nothing has come within `milliseconds` (-1: waits).
 int Receive(int socket, void* message, std::size_t size, int* descriptors, int most, int milliseconds);
 
 // Copies `text` into a field, cut to its size.

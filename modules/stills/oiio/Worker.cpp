@@ -133,19 +133,21 @@ bool Serve(int socket) {
 
 OpenPath::OpenPath(int file) { std::snprintf(text, sizeof text, "/proc/self/fd/%d", file); }
 
-// Blocks of a frame's size are used again and again: they come from the heap and stay there. One thread a worker: the
-// module has one worker a processor.
+// Blocks of a frame's size are used again and again: they come from the heap and stay there. The image library is only
+// made to list its formats: what starts threads would lose them in the fork.
 void PrepareWorkers() {
     mallopt(M_MMAP_THRESHOLD, 256 << 20);
     mallopt(M_TRIM_THRESHOLD, 512 << 20);
-    OIIO::attribute("threads", 1);
-    OIIO::attribute("exr_threads", 1);
     OIIO::ImageInput::create("png");
 }
 
+// One thread a worker: the module has one worker a processor.
 void RunWorker(int socket) {
     SetLimits();
-    while (Serve(socket)) {}
+    OIIO::attribute("threads", 1);
+    OIIO::attribute("exr_threads", 1);
+    while (Serve(socket)) {
+    }
 }
 
 }   // namespace stills::oiio

@@ -59,7 +59,8 @@ void ForkWorker(int socket, int deaths) {
 
 void TellDeaths(int deaths) {
     signalfd_siginfo ignored;
-    while (read(deaths, &ignored, sizeof ignored) > 0) {}
+    while (read(deaths, &ignored, sizeof ignored) > 0) {
+    }
     int status;
     while (pid_t process = waitpid(-1, &status, WNOHANG)) {
         if (process < 0) break;

@@ -1,0 +1,263 @@
+// The helper process from outside: what happens when it is killed, when it is asked too much, and when the disk is full.
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/StillsFixture.h"
+
+namespace {
+
+using namespace kqtest;
+namespace fs = std::filesystem;
+
+class StillsHelper : public StillsTest {
+protected:
+    // The processes whose parent is `parent`, by their name.
+    static std::vector<pid_t> Children(pid_t parent) {
+        std::vector<pid_t> children;
+        for (auto& entry : fs::directory_iterator("/proc")) {
+            std::ifstream stat(entry.path() / "stat");
+            std::string line;
+            if (!std::getline(stat, line) || line.find("(kqstills)") == std::string::npos) continue;
+            std::istringstream rest(line.substr(line.rfind(')') + 1));
+            char state;
+            pid_t above;
+            rest >> state >> above;
+            if (above == parent && state != 'Z') children.push_back(pid_t(std::stol(entry.path().filename())));
+        }
+        return children;
+    }
+
+    static std::vector<pid_t> Keepers() { return Children(getpid()); }
+
+    static std::vector<pid_t> Workers() {
+        std::vector<pid_t> workers;
+        for (pid_t keeper : Keepers())
+            for (pid_t worker : Children(keeper)) workers.push_back(worker);
+        return workers;
+    }
+
+    static void KillAll(const std::vector<pid_t>& processes, int number) {
+        for (pid_t process : processes) kill(process, number);
+    }
+
+    Bitmap Numbered(int number) {
+        return MakePicture(200, 100, [&](i32 x, i32 y) { return Pixel{255, number, x, y * 2}; });
+    }
+
+    void WriteSequence(int count) {
+        for (int i = 0; i < count; ++i) {
+            char name[32];
+            std::snprintf(name, sizeof name, "shot.%04d.png", i);
+            ASSERT_TRUE(Write(Folder() + name, Numbered(i).get(), false));
+        }
+    }
+
+    void ExpectSequence(KQClip* clip, int frame) {
+        Bitmap got = Frame(clip, frame);
+        ASSERT_NE(got, nullptr) << frame;
+        EXPECT_EQ(PixelAt(got.get(), 5, 5).red, frame);
+    }
+};
+
+TEST_F(StillsHelper, OneKeeperAndAtMostTwoWorkers) {
+    WriteSequence(6);
+    KQClip* clip = Open(Folder() + "shot.0000.png", false);
+    BeginClipIOKQ(clip, nullptr);
+    for (int i = 0; i < 6; ++i) ExpectSequence(clip, i);
+    EXPECT_EQ(Keepers().size(), 1u);
+    EXPECT_GE(Workers().size(), 1u);
+    EXPECT_LE(Workers().size(), 2u);
+    EndClipIOKQ(clip, nullptr);
+    Shut(clip);
+}
+
+TEST_F(StillsHelper, AKilledWorkerIsReplacedInTheMiddleOfAClip) {
+    WriteSequence(24);
+    KQClip* clip = Open(Folder() + "shot.0000.png", false);
+    ASSERT_NE(clip, nullptr);
+    BeginClipIOKQ(clip, nullptr);
+    for (int i = 0; i < 24; ++i) {
+        ExpectSequence(clip, i);
+        if (i % 3 == 1) KillAll(Workers(), SIGKILL);
+    }
+    EndClipIOKQ(clip, nullptr);
+    Shut(clip);
+    EXPECT_TRUE(messages.empty());
+}
+
+TEST_F(StillsHelper, AKilledKeeperIsReplaced) {
+    WriteSequence(8);
+    KQClip* clip = Open(Folder() + "shot.0000.png", false);
+    ASSERT_NE(clip, nullptr);
+    BeginClipIOKQ(clip, nullptr);
+    for (int i = 0; i < 8; ++i) {
+        ExpectSequence(clip, i);
+        if (i == 2) KillAll(Keepers(), SIGKILL);
+    }
+    EndClipIOKQ(clip, nullptr);
+    Shut(clip);
+}
+
+TEST_F(StillsHelper, ADeathOnAFileIsToldWithItsSignal) {
+    ASSERT_NE(Read(Seed("plain.png")), nullptr);
+    std::string path = Folder() + "slow.png";
+    auto big = MakePicture(6000, 4000, [](i32 x, i32 y) { return Pixel{255, (x * y) & 255, x & 255, y & 255}; });
+    ASSERT_TRUE(Write(path, big.get(), false));
+    pid_t killer = fork();
+    ASSERT_GE(killer, 0);
+    std::vector<pid_t> workers = killer ? std::vector<pid_t>() : Children(Children(getppid())[0]);
+    if (killer == 0) {
+        usleep(60000);
+        KillAll(workers, SIGSEGV);
+        _exit(0);
+    }
+    Bitmap got = Read(path);
+    waitpid(killer, nullptr, 0);
+    EXPECT_EQ(got, nullptr);
+    EXPECT_TRUE(WasTold("slow.png"));
+    EXPECT_TRUE(WasTold("signal 11"));
+    EXPECT_NE(Read(path), nullptr);
+}
+
+TEST_F(StillsHelper, AStoppedWorkerIsGivenUpAfterItsTime) {
+    ASSERT_NE(Read(Seed("plain.png")), nullptr);
+    KillAll(Workers(), SIGSTOP);
+    EXPECT_EQ(Read(Seed("plain.png")), nullptr);
+    EXPECT_TRUE(WasTold("longer than 9 seconds"));
+    EXPECT_NE(Read(Seed("plain.png")), nullptr);
+}
+
+TEST_F(StillsHelper, EndsWithTheProgramThatStartedIt) {
+    pid_t program = fork();
+    ASSERT_GE(program, 0);
+    if (program == 0) {   // as a new program would: with a helper of its own
+        execl("/proc/self/exe", "/proc/self/exe", "--gtest_filter=*DiesWithoutCleaningUp*", "--gtest_also_run_disabled_tests",
+              nullptr);
+        _exit(1);
+    }
+    int status;
+    waitpid(program, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    bool gone = false;
+    for (int i = 0; i < 200 && !gone; ++i) {
+        gone = Children(1).empty() && Children(program).empty();
+        if (!gone) usleep(10000);
+    }
+    EXPECT_TRUE(gone);
+}
+
+// Run by the test above, in a process of its own.
+TEST_F(StillsHelper, DISABLED_DiesWithoutCleaningUp) {
+    ASSERT_NE(Read(Seed("plain.png")), nullptr);
+    raise(SIGKILL);
+}
+
+TEST_F(StillsHelper, TheProgramsSignalsAndDescriptorsAreLeftAlone) {
+    KillAll(Keepers(), SIGKILL);   // it is started anew under these conditions
+    auto before = std::signal(SIGCHLD, SIG_IGN);
+    auto pipe = std::signal(SIGPIPE, SIG_DFL);
+    int leaked = open("/dev/null", O_RDONLY);
+    ASSERT_NE(Read(Seed("plain.png")), nullptr);
+    ASSERT_FALSE(Keepers().empty());
+    for (pid_t process : {Keepers()[0], Workers()[0]})
+        EXPECT_FALSE(fs::exists("/proc/" + std::to_string(process) + "/fd/" + std::to_string(leaked + 20)));
+    std::string limits = "/proc/" + std::to_string(Workers()[0]) + "/limits";
+    std::ifstream file(limits);
+    std::string text((std::istreambuf_iterator<char>(file)), {});
+    EXPECT_EQ(text.find("Max address space         unlimited"), std::string::npos);
+    EXPECT_NE(text.find("Max core file size        0"), std::string::npos);
+    KillAll(Workers(), SIGKILL);
+    EXPECT_NE(Read(Seed("plain.png")), nullptr);
+    close(leaked);
+    std::signal(SIGCHLD, before);
+    std::signal(SIGPIPE, pipe);
+}
+
+TEST_F(StillsHelper, AMemoryBombIsRefused) {
+    // 32767 x 32767 pixels of one colour: a head that is sane by itself, and hardly any data.
+    std::vector<u8> bytes = ReadWholeFile(Seed("plain.png"));
+    for (size_t at : {16u, 20u}) {
+        bytes[at] = bytes[at + 1] = 0;
+        bytes[at + 2] = 0x7F;
+        bytes[at + 3] = 0xFF;
+    }
+    WriteWholeFile(Folder() + "bomb.png", bytes.data(), bytes.size());
+    KQClip* clip = Open(Folder() + "bomb.png");
+    if (clip) {
+        BeginClipIOKQ(clip, nullptr);
+        EXPECT_EQ(Frame(clip, 0, 128, 96), nullptr);
+        EndClipIOKQ(clip, nullptr);
+        Shut(clip);
+    }
+    EXPECT_TRUE(WasTold("bomb.png"));
+}
+
+TEST_F(StillsHelper, APipeIsNoStillAndDoesNotStopTheProgram) {
+    ASSERT_EQ(mkfifo((Folder() + "pipe.png").c_str(), 0600), 0);
+    EXPECT_EQ(Read(Folder() + "pipe.png"), nullptr);
+    EXPECT_TRUE(WasTold("pipe.png"));
+}
+
+TEST_F(StillsHelper, AFolderIsNoStill) {
+    fs::create_directory(Folder() + "folder.png");
+    EXPECT_EQ(Read(Folder() + "folder.png"), nullptr);
+}
+
+TEST_F(StillsHelper, ALimitOnFilesLeavesWhatWasThere) {
+    auto noise = MakePicture(300, 300, [](i32 x, i32 y) { return Pixel{255, (x * 7919 + y * 104729) & 255, x & 255, y}; });
+    std::string path = Folder() + "a.png";
+    ASSERT_TRUE(Write(path, Numbered(3).get(), false));
+    auto before = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit old, small = {1000, 0};
+    getrlimit(RLIMIT_FSIZE, &old);
+    small.rlim_max = old.rlim_max;
+    setrlimit(RLIMIT_FSIZE, &small);
+    int written = Write(path, noise.get(), false);
+    u32 error = GetErrorKQ();
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, before);
+    EXPECT_FALSE(written);
+    EXPECT_EQ(error, u32(KQERR_DISKFULL));
+    EXPECT_TRUE(WasTold("a.png"));
+    EXPECT_EQ(PixelAt(Read(path).get(), 0, 0).red, 3);
+    EXPECT_EQ(std::distance(fs::directory_iterator(Folder()), fs::directory_iterator()), 1);
+}
+
+TEST_F(StillsHelper, AFullDiskLeavesWhatWasThereForEveryWriter) {
+    std::string disk = Folder() + "disk/";
+    fs::create_directory(disk);
+    if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=256k") != 0)
+        GTEST_SKIP() << "a small disk cannot be mounted here: " << std::strerror(errno);
+    std::mt19937 random(5);
+    auto noise = MakePicture(500, 500, [&](i32, i32) { return Pixel{255, int(random() & 255), int(random() & 255), 9}; });
+    for (const char* extension : {"bmp", "dpx", "exr", "hdr", "jpg", "png", "ppm", "rgb", "sgi", "tga", "tif"}) {
+        std::string path = disk + "a." + extension;
+        messages.clear();
+        EXPECT_TRUE(Write(path, Numbered(3).get(), false)) << extension;
+        std::vector<u8> before = ReadWholeFile(path);
+        std::ofstream(disk + "filler") << std::string(300000, 'x');   // the rest of the disk
+        EXPECT_FALSE(Write(path, noise.get(), false)) << extension;
+        EXPECT_EQ(GetErrorKQ(), u32(KQERR_DISKFULL)) << extension;
+        EXPECT_TRUE(WasTold(std::string("a.") + extension)) << extension;
+        EXPECT_EQ(ReadWholeFile(path), before) << extension;
+        EXPECT_EQ(std::distance(fs::directory_iterator(disk), fs::directory_iterator()), 2) << extension;
+        fs::remove(disk + "filler");
+        fs::remove(path);
+    }
+    umount(disk.c_str());
+}
+
+}   // namespace
