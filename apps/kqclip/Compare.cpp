@@ -102,8 +102,9 @@ void Compare(const CommonOptions& common, const InputOptions& left, const InputO
     report.facts["right"] = b.Describe();
     KQClip *clipA = a.Clip(), *clipB = b.Clip();
     if (clipA->width != clipB->width || clipA->height != clipB->height)
-        throw Failure("different-size", "cannot compare '" + left.path + "' and '" + right.path +
-                                            "': their pictures have different sizes; convert one with --size",
+        throw Failure("different-size",
+                      "cannot compare '" + left.path + "' and '" + right.path +
+                          "': their pictures have different sizes; convert one with --size",
                       kDifferent);
     bool lists = !left.frames.empty() || !right.frames.empty();
     bool alike = a.Numbers().size() == b.Numbers().size() && !a.HasGaps() && !b.HasGaps();

@@ -37,8 +37,10 @@ Plan MakePlan(const Material& material, const ConvertOptions& options, Report& r
     if (steps.empty()) throw Failure("no-frames", "no frame of '" + material.Path() + "' is left to write");
     if (options.splitFields) {
         if (clip->fieldOrder == 0)
-            throw Failure("wrong-use", "--split-fields: '" + material.Path() +
-                                           "' is not known to hold fields; say --fields 1 or --fields 2", kWrongUse);
+            throw Failure(
+                "wrong-use",
+                "--split-fields: '" + material.Path() + "' is not known to hold fields; say --fields 1 or --fields 2",
+                kWrongUse);
         steps = SplitFields(steps);
         shape.rate *= 2;
     }
@@ -49,7 +51,8 @@ Plan MakePlan(const Material& material, const ConvertOptions& options, Report& r
 void CheckExisting(const std::vector<std::string>& existing, const ConvertOptions& options) {
     if (existing.empty() || options.overwrite) return;
     std::string more = existing.size() > 1 ? " and " + std::to_string(existing.size() - 1) + " more" : "";
-    throw Failure("exists", "cannot write '" + options.output + "': " + existing.front() + more + " exists; --overwrite "
+    throw Failure("exists", "cannot write '" + options.output + "': " + existing.front() + more +
+                                " exists; --overwrite "
                                 "replaces it");
 }
 
@@ -108,18 +111,12 @@ void Convert(const CommonOptions& common, const InputOptions& input, const Conve
     std::vector<std::string> existing = plan.target.Existing();
     CheckExisting(existing, options);
     const std::vector<std::string>& names = plan.target.Names();
-    Json output = {{"path", options.output},
-                   {"format", plan.module->node.Name},
-                   {"width", plan.shape.size.width},
-                   {"height", plan.shape.size.height},
-                   {"rate", plan.shape.rate},
-                   {"frames", plan.steps.size()},
-                   {"files", names.size()},
-                   {"firstFile", names.front()},
-                   {"lastFile", names.back()},
-                   {"replaced", existing.size()},
-                   {"others", plan.target.Others()},
-                   {"dryRun", options.dryRun}};
+    Json output = {{"path", options.output},         {"format", plan.module->node.Name},
+                   {"width", plan.shape.size.width}, {"height", plan.shape.size.height},
+                   {"rate", plan.shape.rate},        {"frames", plan.steps.size()},
+                   {"files", names.size()},          {"firstFile", names.front()},
+                   {"lastFile", names.back()},       {"replaced", existing.size()},
+                   {"others", plan.target.Others()}, {"dryRun", options.dryRun}};
     if (!options.dryRun) {
         Staging staging(options.output);
         size_t written = WriteFrames(*material, plan, options, staging, common.progress, report);

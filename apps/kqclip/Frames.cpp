@@ -18,7 +18,7 @@ size_t NearestPosition(const std::vector<int>& numbers, int wanted) {
     size_t after = size_t(std::lower_bound(numbers.begin(), numbers.end(), wanted) - numbers.begin());
     if (after == 0) return 0;
     if (after == numbers.size()) return after - 1;
-    return (long long)(numbers[after]) - wanted < (long long)(wanted) - numbers[after - 1] ? after : after - 1;
+    return (long long)(numbers[after]) - wanted < (long long)(wanted)-numbers[after - 1] ? after : after - 1;
 }
 
 std::string SizeText(const KQClip* clip) {
@@ -63,7 +63,8 @@ std::vector<Step> Material::Plan(Report& report, bool toleratesGaps) const {
     bool gaps = absent.empty() && toleratesGaps && !asked && HasGaps();
     if (absent.empty() && !gaps) return steps;
     std::string which = gaps ? GapText() : ShowFrames(absent);
-    std::string text = "'" + options_.path + "' has no frame " + Short(which) + " (it has " + Short(ShowFrames(numbers_)) + ")";
+    std::string text =
+        "'" + options_.path + "' has no frame " + Short(which) + " (it has " + Short(ShowFrames(numbers_)) + ")";
     if (options_.missing == Missing::Error && !gaps)
         throw Failure("missing-frames", text + "; --missing hold, nearest, black or skip goes on without");
     report.missing = which;
@@ -111,7 +112,8 @@ void Material::CheckFile(int index, Report& report) const {
     ClipHandle alone = OpenAlone(FileOf(index));
     if (!alone) {
         report.damaged.push_back(number);
-        report.Warn("damaged-frame", NameOfFrame(number, index) + " cannot be read: " + ReasonOf(GetErrorKQ()).why + Said());
+        report.Warn("damaged-frame",
+                    NameOfFrame(number, index) + " cannot be read: " + ReasonOf(GetErrorKQ()).why + Said());
     } else if (alone->width != clip_->width || alone->height != clip_->height) {
         report.otherSize.push_back(number);
         report.Warn("different-size", NameOfFrame(number, index) + " has " + SizeText(alone.get()) + ", the clip has " +
@@ -131,7 +133,8 @@ void Material::NoteOtherSize(const Step& step, const KQClip* other, Report& repo
     report.otherSize.push_back(step.number);
     std::string size = other ? "has " + SizeText(other) : "is of another size";
     report.Warn("different-size", NameOfFrame(step.number, step.index) + " " + size + ", the clip has " +
-                                      SizeText(clip_.get()) + "; it was scaled; leave it out with --frames, or convert it alone");
+                                      SizeText(clip_.get()) +
+                                      "; it was scaled; leave it out with --frames, or convert it alone");
 }
 
 // Reads the step's frame; empty, or why it cannot be read. A frame that is there in part is read, and noted.
@@ -155,9 +158,10 @@ std::string Material::Read(const Step& step, KQBitmap* bitmap, Report& report) c
         return "";
     }
     report.damaged.push_back(step.number);
-    report.Warn("damaged-frame", NameOfFrame(step.number, step.index) + " is damaged: " +
-                                     (Said().empty() ? "the file ends before it, or holds no picture there" : "not all of it is there") +
-                                     Said());
+    report.Warn("damaged-frame",
+                NameOfFrame(step.number, step.index) + " is damaged: " +
+                    (Said().empty() ? "the file ends before it, or holds no picture there" : "not all of it is there") +
+                    Said());
     return "";
 }
 
@@ -184,8 +188,8 @@ bool Material::Replace(const Step& step, const std::string& why, KQBitmap* bitma
     return options_.missing != Missing::Skip;
 }
 
-// The last readable frame before the step's, or the nearest on both sides; black where there is none. What is damaged on
-// the way is told when its own turn comes.
+// The last readable frame before the step's, or the nearest on both sides; black where there is none. What is damaged
+// on the way is told when its own turn comes.
 void Material::Borrow(const Step& step, KQBitmap* bitmap) const {
     int frames = int(numbers_.size());
     for (int away = 1; away < frames; ++away)

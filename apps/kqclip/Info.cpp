@@ -34,8 +34,8 @@ void PrintFacts(const Json& clip) {
     PrintRow("file:", clip["name"]);
     PrintRow("format:", clip["format"]);
     if (clip["module"] != "built in") PrintRow("module:", clip["module"]);
-    PrintRow("size:", std::to_string(clip["width"].get<int>()) + " x " + std::to_string(clip["height"].get<int>()) +
-                          " pixels");
+    PrintRow("size:",
+             std::to_string(clip["width"].get<int>()) + " x " + std::to_string(clip["height"].get<int>()) + " pixels");
     PrintRow("depth:", std::to_string(clip["depth"].get<int>()) + " bits a pixel");
     PrintRow("alpha:", AlphaText(clip["alpha"]));
     PrintRow("frames:", std::to_string(clip["frames"].get<int>()));

@@ -55,9 +55,12 @@ bool IsCommon(const CLI::Option* option) {
 std::string Roff(const std::string& text) {
     std::string out;
     for (char c : text) {
-        if (c == '\\') out += "\\e";
-        else if (c == '-') out += "\\-";
-        else out += c;
+        if (c == '\\')
+            out += "\\e";
+        else if (c == '-')
+            out += "\\-";
+        else
+            out += c;
     }
     return !out.empty() && (out[0] == '.' || out[0] == '\'') ? "\\&" + out : out;
 }
@@ -87,14 +90,17 @@ void PrintSynopsis(const CLI::App& app) {
 constexpr const char* kDescription =
     "A clip is a file, a folder that holds one clip, or a pattern for numbered files: shot[####].png, shot.####.png, "
     "shot.%04d.png or shot.@@@@.png.\n"
-    "A numbered file that is named alone stands for the whole sequence around it; \\fB\\-\\-single\\fR takes it alone.\n"
+    "A numbered file that is named alone stands for the whole sequence around it; \\fB\\-\\-single\\fR takes it "
+    "alone.\n"
     ".PP\n"
-    "An output is written beside its place and moved there once it is complete: what was there stays whole until then.\n"
+    "An output is written beside its place and moved there once it is complete: what was there stays whole until "
+    "then.\n"
     "Control\\-C stops, and leaves no unfinished output.\n";
 
 constexpr const char* kEnds =
     ".SH ENVIRONMENT\n"
-    ".TP\n.B KQCLIP_MODULES\nFolders of format modules, separated as in PATH, in place of those beside the program and of "
+    ".TP\n.B KQCLIP_MODULES\nFolders of format modules, separated as in PATH, in place of those beside the program and "
+    "of "
     "the installed ones.\n"
     ".TP\n.B KQLIB_FONT_DIR\nA folder whose TrueType files are listed beside the installed fonts.\n"
     ".SH EXAMPLES\n"
@@ -104,8 +110,10 @@ constexpr const char* kEnds =
     ".TP\n.B kqclip compare shot.flm 'out/shot.####.tif' \\-\\-frames 10\\-20\nHow near they are.\n";
 
 void PrintManual(const CLI::App& app) {
-    std::printf(".TH KQCLIP 1 \"\" \"kqclip %s\" \"User Commands\"\n.SH NAME\n"
-                "kqclip \\- look at clips, convert and compare them\n", KQCLIP_VERSION);
+    std::printf(
+        ".TH KQCLIP 1 \"\" \"kqclip %s\" \"User Commands\"\n.SH NAME\n"
+        "kqclip \\- look at clips, convert and compare them\n",
+        KQCLIP_VERSION);
     PrintSynopsis(app);
     std::printf(".SH DESCRIPTION\n%s\n%s", Roff(app.get_description()).c_str(), kDescription);
     std::printf(".SH COMMANDS\n");
@@ -125,9 +133,10 @@ void PrintManual(const CLI::App& app) {
 
 // Words after an option that has words, folders after one that takes a folder, options after a dash, else files.
 void PrintBash(const CLI::App& app) {
-    std::printf("# Completion of kqclip for bash.\n_kqclip() {\n"
-                "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]}\n    COMPREPLY=()\n"
-                "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n        COMPREPLY=($(compgen -W \"");
+    std::printf(
+        "# Completion of kqclip for bash.\n_kqclip() {\n"
+        "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]}\n    COMPREPLY=()\n"
+        "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n        COMPREPLY=($(compgen -W \"");
     for (const CLI::App* command : CommandsOf(app)) std::printf("%s ", command->get_name().c_str());
     std::printf("--help --version\" -- \"$word\"))\n        return\n    fi\n    case ${COMP_WORDS[1]}:$before in\n");
     for (const CLI::App* command : CommandsOf(app))
@@ -138,8 +147,9 @@ void PrintBash(const CLI::App& app) {
             std::printf("    %s:%s) COMPREPLY=($(compgen %s -- \"$word\")); return ;;\n", command->get_name().c_str(),
                         LongName(option).c_str(), make.c_str());
         }
-    std::printf("    esac\n    case $word in\n    -*) ;;\n    *) COMPREPLY=($(compgen -f -- \"$word\")); return ;;\n    esac\n"
-                "    case ${COMP_WORDS[1]} in\n");
+    std::printf(
+        "    esac\n    case $word in\n    -*) ;;\n    *) COMPREPLY=($(compgen -f -- \"$word\")); return ;;\n    esac\n"
+        "    case ${COMP_WORDS[1]} in\n");
     for (const CLI::App* command : CommandsOf(app)) {
         std::printf("    %s) COMPREPLY=($(compgen -W \"", command->get_name().c_str());
         for (const CLI::Option* option : OptionsOf(*command))
@@ -168,14 +178,16 @@ void PrintZsh(const CLI::App& app) {
     std::printf("#compdef kqclip\n# Completion of kqclip for zsh.\nlocal -a commands\ncommands=(\n");
     for (const CLI::App* command : CommandsOf(app))
         std::printf("    '%s:%s'\n", command->get_name().c_str(), Quoted(command->get_description(), "'\\''").c_str());
-    std::printf(")\nif (( CURRENT == 2 )); then\n    _describe command commands\n    return\nfi\n"
-                "local command=$words[2]\nshift words\n(( CURRENT-- ))\ncase $command in\n");
+    std::printf(
+        ")\nif (( CURRENT == 2 )); then\n    _describe command commands\n    return\nfi\n"
+        "local command=$words[2]\nshift words\n(( CURRENT-- ))\ncase $command in\n");
     for (const CLI::App* command : CommandsOf(app)) {
         std::printf("%s) _arguments '*:file:_files'", command->get_name().c_str());
         for (const CLI::Option* option : OptionsOf(*command)) {
             if (LongName(option).empty()) continue;
             std::string text;
-            for (char c : Quoted(option->get_description(), "'\\''")) text += c == '[' || c == ']' || c == ':' ? ' ' : c;
+            for (char c : Quoted(option->get_description(), "'\\''"))
+                text += c == '[' || c == ']' || c == ':' ? ' ' : c;
             std::printf(" '%s[%s]%s'", LongName(option).c_str(), text.c_str(), ZshValue(option).c_str());
         }
         std::printf(" ;;\n");
@@ -202,11 +214,16 @@ void PrintFish(const CLI::App& app) {
 }   // namespace
 
 bool Generate(const CLI::App& app, const std::string& what) {
-    if (what == "man") PrintManual(app);
-    else if (what == "bash") PrintBash(app);
-    else if (what == "zsh") PrintZsh(app);
-    else if (what == "fish") PrintFish(app);
-    else return false;
+    if (what == "man")
+        PrintManual(app);
+    else if (what == "bash")
+        PrintBash(app);
+    else if (what == "zsh")
+        PrintZsh(app);
+    else if (what == "fish")
+        PrintFish(app);
+    else
+        return false;
     return true;
 }
 

@@ -92,8 +92,8 @@ void Material::OpenPath() {
     if (isFolder) return OpenFolder(TextOf(path / ""));
     if (fs::exists(path, error)) return OpenFile(options_.path, options_.single);
     if (auto pattern = ParsePattern(options_.path)) return OpenPattern(*pattern);
-    throw Failure("not-found", "cannot open '" + options_.path +
-                                   "': there is no such file, folder or pattern; look at the name");
+    throw Failure("not-found",
+                  "cannot open '" + options_.path + "': there is no such file, folder or pattern; look at the name");
 }
 
 void Material::OpenFile(const std::string& file, bool single) {
@@ -153,8 +153,9 @@ void Material::OpenPattern(const Pattern& pattern) {
 void Material::OpenFolder(const std::string& folder) {
     FolderClips clips(folder);
     if (clips.shown.empty())
-        throw Failure("no-frames", "cannot open the folder '" + folder + "': it holds no frames that a module reads; "
-                                   "'kqclip formats' lists the extensions");
+        throw Failure("no-frames", "cannot open the folder '" + folder +
+                                       "': it holds no frames that a module reads; "
+                                       "'kqclip formats' lists the extensions");
     if (clips.shown.size() > 1)
         throw Failure("ambiguous", "cannot open the folder '" + folder +
                                        "': it holds more than one clip; name one of " + clips.List());
@@ -247,22 +248,25 @@ Json Material::Describe() const {
                   {"inverted", clip->alphaInvert != 0},
                   {"matte", Json::array({matte.red, matte.green, matte.blue})},
                   {"source", AlphaSource()}};
-    std::string pulldown = options_.pulldown == "guess" ? "guessed" : options_.pulldown.empty() ? "not looked for" : "given";
-    Json described = {{"path", options_.path},
-                      {"name", clip->fileSpec},
-                      {"format", clip->format->node.Name ? clip->format->node.Name : ""},
-                      {"module", clip->format->pluginInfo ? Json(clip->format->pluginInfo->FileSpec) : Json("built in")},
-                      {"sequence", sequence_},
-                      {"width", clip->width},
-                      {"height", clip->height},
-                      {"depth", clip->depth},
-                      {"pixelAspect", clip->pixelAspect},
-                      {"frames", clip->frameCount},
-                      {"rate", clip->frameRate},
-                      {"seconds", Seconds()},
-                      {"fields", clip->fieldOrder},
-                      {"pulldown", {{"phase", clip->pullDown}, {"source", pulldown}}},
-                      {"alpha", alpha}};
+    std::string pulldown = options_.pulldown == "guess" ? "guessed"
+                           : options_.pulldown.empty()  ? "not looked for"
+                                                        : "given";
+    Json described = {
+        {"path", options_.path},
+        {"name", clip->fileSpec},
+        {"format", clip->format->node.Name ? clip->format->node.Name : ""},
+        {"module", clip->format->pluginInfo ? Json(clip->format->pluginInfo->FileSpec) : Json("built in")},
+        {"sequence", sequence_},
+        {"width", clip->width},
+        {"height", clip->height},
+        {"depth", clip->depth},
+        {"pixelAspect", clip->pixelAspect},
+        {"frames", clip->frameCount},
+        {"rate", clip->frameRate},
+        {"seconds", Seconds()},
+        {"fields", clip->fieldOrder},
+        {"pulldown", {{"phase", clip->pullDown}, {"source", pulldown}}},
+        {"alpha", alpha}};
     if (!numbers_.empty())
         described["numbers"] = {{"first", numbers_.front()},
                                 {"last", numbers_.back()},

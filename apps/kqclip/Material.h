@@ -1,5 +1,5 @@
-// A clip as the command line names it: a file, a folder or a pattern; its frame numbers, its gaps, and the frames that a
-// subcommand shall go through.
+// A clip as the command line names it: a file, a folder or a pattern; its frame numbers, its gaps, and the frames that
+// a subcommand shall go through.
 #pragma once
 
 #include <memory>
@@ -18,16 +18,16 @@ enum class Missing { Error, Hold, Nearest, Black, Skip };
 // How the input is to be taken; what is not given stays as the library finds it.
 struct InputOptions {
     std::string path;
-    std::string frames;                  // as ParseFrames reads it; empty: all from the first number to the last
+    std::string frames;   // as ParseFrames reads it; empty: all from the first number to the last
     Missing missing = Missing::Error;
-    bool single = false;                 // the named file alone, not the sequence around it
-    std::string extension;               // taken for the file's extension
+    bool single = false;     // the named file alone, not the sequence around it
+    std::string extension;   // taken for the file's extension
     std::optional<double> rate;
-    std::string alpha;                   // none, grey, straight, premultiplied; empty: guessed
+    std::string alpha;   // none, grey, straight, premultiplied; empty: guessed
     std::optional<KQFloatRGB> matte;
     bool invert = false;
-    std::optional<int> fields;           // 0, 1, 2
-    std::string pulldown;                // 0 to 5, or guess; empty: none
+    std::optional<int> fields;   // 0, 1, 2
+    std::string pulldown;        // 0 to 5, or guess; empty: none
 };
 
 // One frame to go through: its number, and the presented frame that stands for it, or -1 for black. A field of it, the
@@ -71,9 +71,9 @@ public:
     // gaps are noted as missing. Otherwise a gap is filled, skipped or a failure, as --missing says.
     std::vector<Step> Plan(Report& report, bool toleratesGaps) const;
 
-    // Puts a step's frame into the bitmap (32 bits); a frame of another size than the clip is scaled. Damage is noted in
-    // the report. A frame that cannot be read at all is replaced as --missing says, and throws Failure where that is an
-    // error. False when it shall be left out; the bitmap is black then.
+    // Puts a step's frame into the bitmap (32 bits); a frame of another size than the clip is scaled. Damage is noted
+    // in the report. A frame that cannot be read at all is replaced as --missing says, and throws Failure where that is
+    // an error. False when it shall be left out; the bitmap is black then.
     bool Fetch(const Step& step, KQBitmap* bitmap, Report& report) const;
 
     // Looks at the head of each file of a sequence: what cannot be opened and what has another size goes to the report.

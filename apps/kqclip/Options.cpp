@@ -32,8 +32,10 @@ KQFloatRGB ParseMatte(const std::string& text) {
 }
 
 Missing ParseMissing(const std::string& word) {
-    static const std::map<std::string, Missing> kPolicies = {{"error", Missing::Error}, {"hold", Missing::Hold},
-                                                             {"nearest", Missing::Nearest}, {"black", Missing::Black},
+    static const std::map<std::string, Missing> kPolicies = {{"error", Missing::Error},
+                                                             {"hold", Missing::Hold},
+                                                             {"nearest", Missing::Nearest},
+                                                             {"black", Missing::Black},
                                                              {"skip", Missing::Skip}};
     return kPolicies.at(word);
 }
@@ -62,7 +64,8 @@ void AddFrames(CLI::App* command, InputOptions& input) {
         ->type_name("LIST");
     OneOf(command->add_option_function<std::string>(
               "--missing", [&input](const std::string& word) { input.missing = ParseMissing(word); },
-              "In place of frames that are not there or cannot be read: error stops, hold repeats the one before, nearest "
+              "In place of frames that are not there or cannot be read: error stops, hold repeats the one before, "
+              "nearest "
               "takes the nearest, black is black, skip leaves them out"),
           {"error", "hold", "nearest", "black", "skip"})
         ->default_str("error");
@@ -70,7 +73,8 @@ void AddFrames(CLI::App* command, InputOptions& input) {
 
 void AddInterpretation(CLI::App* command, InputOptions& input) {
     command->add_flag("--single", input.single, "Take the file alone, not the sequence around it");
-    command->add_option("--extension", input.extension, "Take the input for a file of this extension")->type_name("EXT");
+    command->add_option("--extension", input.extension, "Take the input for a file of this extension")
+        ->type_name("EXT");
     Between(command->add_option("--rate", input.rate, "Take the input for so many frames a second"), 0.001, 100000.0);
     OneOf(command->add_option("--alpha", input.alpha, "What the input's alpha is; guessed when not given"),
           {"none", "grey", "straight", "premultiplied"});
@@ -80,8 +84,9 @@ void AddInterpretation(CLI::App* command, InputOptions& input) {
             "The colour that the input is premultiplied with")
         ->type_name("RRGGBB");
     command->add_flag("--invert-alpha", input.invert, "The input's alpha is inverted");
-    command->add_option("--fields", input.fields,
-                        "Fields of an input frame: 0 none, 1 even rows come first, 2 odd rows come first")
+    command
+        ->add_option("--fields", input.fields,
+                     "Fields of an input frame: 0 none, 1 even rows come first, 2 odd rows come first")
         ->check(CLI::IsMember({0, 1, 2}).description(""))
         ->type_name("0|1|2");
     OneOf(command->add_option("--pulldown", input.pulldown, "Remove 3:2 pull-down of this phase, or guess the phase"),
@@ -106,9 +111,8 @@ void AddFormats(CLI::App& app, Request& request) {
 
 void AddInfo(CLI::App& app, Request& request) {
     auto input = std::make_shared<InputOptions>();
-    CLI::App* command = AddCommand(app, "info", "Print what is in a clip", request, [&request, input](Report& report) {
-        Info(request.common, *input, report);
-    });
+    CLI::App* command = AddCommand(app, "info", "Print what is in a clip", request,
+                                   [&request, input](Report& report) { Info(request.common, *input, report); });
     AddInput(command, *input, "CLIP");
     AddFrames(command, *input);
     AddInterpretation(command, *input);
@@ -117,10 +121,9 @@ void AddInfo(CLI::App& app, Request& request) {
 void AddSheet(CLI::App& app, Request& request) {
     auto input = std::make_shared<InputOptions>();
     auto options = std::make_shared<SheetOptions>();
-    CLI::App* command = AddCommand(app, "sheet", "Write a contact sheet as PNG", request,
-                                   [&request, input, options](Report& report) {
-                                       Sheet(request.common, *input, *options, report);
-                                   });
+    CLI::App* command =
+        AddCommand(app, "sheet", "Write a contact sheet as PNG", request,
+                   [&request, input, options](Report& report) { Sheet(request.common, *input, *options, report); });
     AddInput(command, *input, "IN");
     command->add_option("OUT", options->output, "The PNG file to write")->type_name("")->required();
     Between(command->add_option("--columns", options->columns, "Pictures in a row"), 1, 1000);
@@ -144,10 +147,9 @@ void AddSheet(CLI::App& app, Request& request) {
 void AddFrame(CLI::App& app, Request& request) {
     auto input = std::make_shared<InputOptions>();
     auto options = std::make_shared<FrameOptions>();
-    CLI::App* command = AddCommand(app, "frame", "Write one frame as PNG", request,
-                                   [&request, input, options](Report& report) {
-                                       Frame(request.common, *input, *options, report);
-                                   });
+    CLI::App* command =
+        AddCommand(app, "frame", "Write one frame as PNG", request,
+                   [&request, input, options](Report& report) { Frame(request.common, *input, *options, report); });
     AddInput(command, *input, "IN");
     command->add_option("NUMBER", options->number, "The frame's number")->type_name("")->required();
     command->add_option("OUT", options->output, "The PNG file to write")->type_name("")->required();
@@ -159,10 +161,9 @@ void AddFrame(CLI::App& app, Request& request) {
 void AddConvert(CLI::App& app, Request& request) {
     auto input = std::make_shared<InputOptions>();
     auto options = std::make_shared<ConvertOptions>();
-    CLI::App* command = AddCommand(app, "convert", "Write a clip in another format", request,
-                                   [&request, input, options](Report& report) {
-                                       Convert(request.common, *input, *options, report);
-                                   });
+    CLI::App* command =
+        AddCommand(app, "convert", "Write a clip in another format", request,
+                   [&request, input, options](Report& report) { Convert(request.common, *input, *options, report); });
     AddInput(command, *input, "IN");
     command->add_option("OUT", options->output, "The file to write, or a pattern for a file a frame")
         ->type_name("")
@@ -171,7 +172,8 @@ void AddConvert(CLI::App& app, Request& request) {
     OneOf(command->add_option("--write-alpha", options->writeAlpha,
                               "How alpha is written; straight where the input has any"),
           {"none", "grey", "straight", "premultiplied"});
-    command->add_option("--write-extension", options->extension, "Write the format of this extension")->type_name("EXT");
+    command->add_option("--write-extension", options->extension, "Write the format of this extension")
+        ->type_name("EXT");
     Between(command->add_option("--start", options->start, "Number the output's files from here"), 0, 2000000000);
     command->add_flag("--split-fields", options->splitFields, "Write each field as a frame, at twice the rate");
     command->add_flag("--overwrite", options->overwrite, "Replace what exists, once the output is complete");

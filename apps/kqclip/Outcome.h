@@ -38,8 +38,8 @@ inline constexpr ExitMeaning kExitMeanings[] = {
     {kInterrupted, "stopped by Control-C or by the system; no unfinished output is left"},
 };
 
-// A failure that ends the subcommand. `code` is a stable word for programs, of those that docs/kqclip.schema.json lists;
-// the text is one line that says what, which file, why and, where there is something to do, what.
+// A failure that ends the subcommand. `code` is a stable word for programs, of those that docs/kqclip.schema.json
+// lists; the text is one line that says what, which file, why and, where there is something to do, what.
 class Failure : public std::runtime_error {
 public:
     Failure(std::string code, const std::string& text, int exitCode = kFailed)
@@ -92,9 +92,9 @@ struct Report {
     Json facts = Json::object();
     std::vector<Warning> warnings;
     long framesRead = 0;
-    std::string missing;           // asked for and not there, as --frames takes them
-    std::vector<int> damaged;      // not readable, or only in part
-    std::vector<int> otherSize;    // of another size than the clip
+    std::string missing;          // asked for and not there, as --frames takes them
+    std::vector<int> damaged;     // not readable, or only in part
+    std::vector<int> otherSize;   // of another size than the clip
     int exitCode = kDone;
 
     // Notes something damaged or missing in the input: the run is done, but not with exit code 0.

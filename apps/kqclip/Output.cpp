@@ -158,7 +158,9 @@ void WriteWhole(const std::string& target, const std::string& bytes) {
     std::ofstream stream(PathFrom(staging.PathOf(NameOf(target))), std::ios::binary | std::ios::trunc);
     stream.write(bytes.data(), std::streamsize(bytes.size()));
     stream.close();
-    if (!stream) throw SystemFailure("cannot write '" + target + "'", std::error_code(errno ? errno : EIO, std::generic_category()));
+    if (!stream)
+        throw SystemFailure("cannot write '" + target + "'",
+                            std::error_code(errno ? errno : EIO, std::generic_category()));
     staging.Commit();
 }
 

@@ -23,8 +23,8 @@ namespace {
 
 // What of a source row or column a target pixel covers.
 struct Span {
-    int first, last;      // source indices, both included
-    double head, tail;    // shares of the first and the last
+    int first, last;     // source indices, both included
+    double head, tail;   // shares of the first and the last
 };
 
 std::vector<Span> Spans(int source, int target) {
@@ -97,6 +97,13 @@ void Picture::TakePixels(const KQBitmap* bitmap) {
         pixels_[i + 2] = from[3];
         pixels_[i + 3] = from[0];
     }
+}
+
+void Picture::Blend(int x, int y, Colour colour, double share) {
+    if (x < 0 || y < 0 || x >= width_ || y >= height_) return;
+    u8* pixel = At(x, y);
+    const u8 over[3] = {colour.red, colour.green, colour.blue};
+    for (int c = 0; c < 3; ++c) pixel[c] = u8(std::lround(pixel[c] + (over[c] - pixel[c]) * share));
 }
 
 void Picture::DrawText(int x, int y, int scale, const std::string& text, Colour colour) {

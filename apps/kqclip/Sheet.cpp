@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "apps/kqclip/Commands.h"
+#include "apps/kqclip/Lettering.h"
 #include "apps/kqclip/Picture.h"
 #include "apps/kqclip/Progress.h"
 
@@ -21,8 +22,10 @@ constexpr Colour kAlarm = {224, 122, 95};
 
 constexpr int kMargin = 16;
 constexpr int kGap = 10;
-constexpr int kHeader = 32;
-constexpr int kLabel = 18;
+constexpr int kHeader = 36;
+constexpr int kLabel = 20;
+constexpr int kNameHeight = 22;
+constexpr int kTextHeight = 14;
 
 // All steps, or as many of them as are wanted at even distances, the first and the last among them.
 std::vector<Step> EvenChoice(const std::vector<Step>& steps, int wanted) {
@@ -50,11 +53,11 @@ std::string FactsOf(const Material& material) {
     return text;
 }
 
-void DrawHeader(Picture& sheet, const Material& material) {
+void DrawHeader(Picture& sheet, Lettering& letters, const Material& material) {
     std::string name = NameOf(material.Clip()->fileSpec), facts = FactsOf(material);
-    sheet.DrawText(kMargin, kMargin, 2, name, kInk);
-    int x = kMargin + Picture::TextWidth(2, name) + 2 * kGap;
-    if (x + Picture::TextWidth(1, facts) <= sheet.Width() - kMargin) sheet.DrawText(x, kMargin + 6, 1, facts, kPaleInk);
+    int x = letters.Draw(sheet, kMargin, kMargin + kNameHeight, kNameHeight, name, kInk) + 2 * kGap;
+    if (x + letters.Width(kTextHeight, facts) <= sheet.Width() - kMargin)
+        letters.Draw(sheet, x, kMargin + kNameHeight - 1, kTextHeight, facts, kPaleInk);
 }
 
 // How the cells stand on the sheet.
@@ -89,16 +92,17 @@ Layout LayOut(Size cell, int count, int columns) {
 }
 
 // A frame that cannot be read.
-void DrawDamaged(Picture& sheet, int x, int y, Size cell) {
+void DrawDamaged(Picture& sheet, Lettering& letters, int x, int y, Size cell) {
     const char* text = "damaged";
-    int width = Picture::TextWidth(1, text);
-    sheet.DrawText(x + std::max((cell.width - width) / 2, 2), y + cell.height / 2 - 4, 1, text, kAlarm);
+    int left = std::max((cell.width - letters.Width(kTextHeight, text)) / 2, 2);
+    letters.Draw(sheet, x + left, y + (cell.height + kTextHeight) / 2, kTextHeight, text, kAlarm);
 }
 
 // A shell that expands shot.*.png to two names would have the second overwritten.
 void RefuseInput(const Material& material, const std::string& output) {
     if (material.Reads(output))
-        throw Failure("wrong-use", "cannot write '" + output + "': it is a file of the input; choose another name", kWrongUse);
+        throw Failure("wrong-use", "cannot write '" + output + "': it is a file of the input; choose another name",
+                      kWrongUse);
 }
 
 }   // namespace
@@ -111,13 +115,14 @@ void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOp
     RefuseInput(material, options.output);
     std::vector<Step> steps = EvenChoice(material.Plan(report, true), options.most);
     if (steps.empty()) throw Failure("no-frames", "no frame of '" + input.path + "' is left to show");
-    Layout layout = LayOut(Fit(material.Clip(), options.cellWidth, options.cellHeight), int(steps.size()),
-                           options.columns);
+    Layout layout =
+        LayOut(Fit(material.Clip(), options.cellWidth, options.cellHeight), int(steps.size()), options.columns);
     if (layout.Width() > 32767 || layout.Height() > 32767)
         throw Failure("too-large", "the sheet of '" + input.path +
                                        "' would be larger than 32767 pixels; choose smaller cells or fewer frames");
     Picture sheet(int(layout.Width()), int(layout.Height()), kPaper);
-    DrawHeader(sheet, material);
+    Lettering letters;
+    DrawHeader(sheet, letters, material);
     Bitmap bitmap = MakeBitmap(material.Clip()->width, material.Clip()->height);
     Progress progress("sheet", int(steps.size()), common.progress);
     for (int i = 0; i < int(steps.size()); ++i) {
@@ -126,13 +131,17 @@ void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOp
         if (material.Fetch(steps[size_t(i)], bitmap.get(), report))
             sheet.DrawScaled(bitmap.get(), x, y, layout.cell.width, layout.cell.height);
         else
-            DrawDamaged(sheet, x, y, layout.cell);
-        sheet.DrawText(x, y + layout.cell.height + 5, 1, std::to_string(steps[size_t(i)].number), kPaleInk);
+            DrawDamaged(sheet, letters, x, y, layout.cell);
+        letters.Draw(sheet, x, y + layout.cell.height + kLabel - 2, kTextHeight,
+                     std::to_string(steps[size_t(i)].number), kPaleInk);
         progress.Show(i + 1);
     }
     sheet.WritePNG(options.output);
-    report.facts["output"] = {{"path", options.output}, {"width", sheet.Width()}, {"height", sheet.Height()},
-                              {"shown", steps.size()}, {"columns", layout.columns}};
+    report.facts["output"] = {{"path", options.output},
+                              {"width", sheet.Width()},
+                              {"height", sheet.Height()},
+                              {"shown", steps.size()},
+                              {"columns", layout.columns}};
     if (!common.json)
         std::printf("wrote a sheet of %zu frames: %s, %d x %d pixels\n", steps.size(), options.output.c_str(),
                     sheet.Width(), sheet.Height());
@@ -149,14 +158,16 @@ void Frame(const CommonOptions& common, const InputOptions& input, const FrameOp
     std::vector<Step> steps = material.Plan(report, false);
     Bitmap bitmap = MakeBitmap(size.width, size.height);
     if (steps.empty() || !material.Fetch(steps[0], bitmap.get(), report))
-        throw Failure("missing-frames", "'" + input.path + "' has no frame " + one.frames + " to write; see 'kqclip info'");
+        throw Failure("missing-frames",
+                      "'" + input.path + "' has no frame " + one.frames + " to write; see 'kqclip info'");
     Picture picture(size.width, size.height, {0, 0, 0});
     picture.TakePixels(bitmap.get());
     picture.WritePNG(options.output);
-    report.facts["output"] = {{"path", options.output}, {"width", size.width}, {"height", size.height},
-                              {"number", options.number}};
+    report.facts["output"] = {
+        {"path", options.output}, {"width", size.width}, {"height", size.height}, {"number", options.number}};
     if (!common.json)
-        std::printf("wrote frame %d as %s, %d x %d pixels\n", options.number, options.output.c_str(), size.width, size.height);
+        std::printf("wrote frame %d as %s, %d x %d pixels\n", options.number, options.output.c_str(), size.width,
+                    size.height);
 }
 
 }   // namespace kqclip

@@ -155,7 +155,7 @@ Line LayOut(KQFont* font, const std::vector<u8>& characters) {
         line.advance += x;
         line.kerned += x != 0;
     }
-    line.box.Include(line.advance, GetLineAdvanceKQ(font));
+    line.box.Include(line.advance, -GetLineAdvanceKQ(font));   // the origin lies at the foot of the line
     return line;
 }
 
@@ -204,7 +204,8 @@ void Text(const CommonOptions& common, const TextOptions& options, Report& repor
     std::vector<u8> characters = Characters(options.text, report);
     Line line = LayOut(font, characters);
     if (line.missing)
-        report.Warn("no-outline", "the font '" + name + "' gives no outline for " + std::to_string(line.missing) + " characters");
+        report.Warn("no-outline",
+                    "the font '" + name + "' gives no outline for " + std::to_string(line.missing) + " characters");
     WriteSvg(options.output, line);
     report.facts["font"] = Describe(font);
     report.facts["output"] = {{"path", options.output},     {"characters", characters.size()},

@@ -33,9 +33,11 @@ Target::Target(const std::string& output, bool single, const std::vector<Step>& 
     }
     pattern_ = ParsePattern(output);
     if (!pattern_ && steps.size() > 1)
-        throw Failure("wrong-use", "cannot write " + std::to_string(steps.size()) + " frames as '" + output +
-                                       "': this format holds one frame a file; write a pattern such as name.####." +
-                                       ExtensionOf(output), kWrongUse);
+        throw Failure("wrong-use",
+                      "cannot write " + std::to_string(steps.size()) + " frames as '" + output +
+                          "': this format holds one frame a file; write a pattern such as name.####." +
+                          ExtensionOf(output),
+                      kWrongUse);
     for (size_t i = 0; i < steps.size(); ++i)
         names_.push_back(pattern_ ? NameFor(*pattern_, start < 0 ? steps[i].number : start + int(i)) : NameOf(output));
 }
@@ -44,10 +46,12 @@ std::string Target::NameFor(const Pattern& pattern, int number) const {
     auto path = pattern.PathOf(number);
     bool fits = path && (pattern.digits == 1 || std::to_string(number).size() <= size_t(pattern.digits));
     if (fits) return NameOf(*path);
-    throw Failure("wrong-use", "frame " + std::to_string(number) + " does not fit the " + std::to_string(pattern.digits) +
-                                   " digits of '" + output_ + "'; " +
-                                   (number < 0 ? "number the files from 0 or above with --start"
-                                               : "write more places, or --start with a smaller number"), kWrongUse);
+    throw Failure("wrong-use",
+                  "frame " + std::to_string(number) + " does not fit the " + std::to_string(pattern.digits) +
+                      " digits of '" + output_ + "'; " +
+                      (number < 0 ? "number the files from 0 or above with --start"
+                                  : "write more places, or --start with a smaller number"),
+                  kWrongUse);
 }
 
 std::vector<std::string> Target::Existing() const {
@@ -139,7 +143,8 @@ void Verify(const std::string& staged, const std::string& output, const std::str
     char code[4] = {};
     std::string letters = ShortExtension(extension.empty() ? ExtensionOf(output) : extension);
     std::copy(letters.begin(), letters.end(), code);
-    TagItem tags[] = {{KQTAG_CLIP_SINGLE, 0}, {KQTAG_CLIP_NOGUESS, 0}, {KQTAG_CLIP_EXTENSION, uptr(code)}, {KQTAG_End, 0}};
+    TagItem tags[] = {
+        {KQTAG_CLIP_SINGLE, 0}, {KQTAG_CLIP_NOGUESS, 0}, {KQTAG_CLIP_EXTENSION, uptr(code)}, {KQTAG_End, 0}};
     ListenAnew();
     ClipHandle clip(OpenClipKQ(staged.c_str(), tags));
     if (!clip) throw LibraryFailure("read back", output, GetErrorKQ());

@@ -69,6 +69,7 @@ private:
 };
 
 // Opens the finished file `staged` and looks that it holds what was written.
-void Verify(const std::string& staged, const std::string& output, const std::string& extension, Size size, size_t frames);
+void Verify(const std::string& staged, const std::string& output, const std::string& extension, Size size,
+            size_t frames);
 
 }   // namespace kqclip

@@ -40,7 +40,8 @@ void PrintLines(const Report& report, const Json& error) {
     size_t shown = std::min(report.warnings.size(), kMostWarnings);
     for (size_t i = 0; i < shown; ++i) std::fprintf(stderr, "kqclip: %s\n", report.warnings[i].text.c_str());
     if (shown < report.warnings.size())
-        std::fprintf(stderr, "kqclip: and %zu more like these; --json lists them all\n", report.warnings.size() - shown);
+        std::fprintf(stderr, "kqclip: and %zu more like these; --json lists them all\n",
+                     report.warnings.size() - shown);
     if (!error.is_null()) std::fprintf(stderr, "kqclip: %s\n", error["message"].get<std::string>().c_str());
 }
 
