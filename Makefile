@@ -5,6 +5,7 @@
 #   make test-win64     the same tests for Windows, run with wine
 #   make asan, tsan     the tests under the address and undefined, or the thread, sanitizer
 #   make bench          the benchmarks, beside peers and limits
+#   make mutate         2,000 damaged stills of every kind (MUTATIONS, SEED)
 #   make fuzz           each fuzzer for FUZZ_SECONDS (60)
 #   make kill-run       200 times kill -9 at random moments of a conversion: the old output or the new one is there
 #   make install        library, headers, tool and manual below PREFIX (/usr/local), DESTDIR in front
@@ -12,8 +13,10 @@
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
+MUTATIONS ?= 2000
+SEED ?= 20261121
 CTEST = ctest --output-on-failure --no-tests=error
-.PHONY: run test test-win64 asan tsan bench fuzz kill-run package install clean
+.PHONY: run test test-win64 asan tsan bench fuzz mutate kill-run package install clean
 
 # build/NAME: configures and builds the preset NAME.
 define build
@@ -53,6 +56,11 @@ bench:
 	@tools/bootstrap bench
 	$(call build,linux-bench)
 	@for program in build/linux-bench/bin/*_bench; do echo "== $${program##*/}"; $$program || exit 1; done
+
+mutate:
+	@tools/bootstrap test
+	$(call build,linux-release)
+	@KQ_MUTATIONS=$(MUTATIONS) KQ_SEED=$(SEED) build/linux-release/bin/stills_mutation_test
 
 fuzz:
 	@tools/bootstrap fuzz

@@ -6,6 +6,8 @@
 #define KQ_MODULE "Source/Threads"
 #include "Source/Threads.h"
 
+#include <atomic>
+
 #include "Source/Alloc.h"
 #include "Source/Faults.h"
 #include "Source/Startup.h"
@@ -70,12 +72,25 @@ void JoinThread(TaskInfoKQ* task) {
     task->Thread = nullptr;
 }
 
+// The processor that ran the owner of the environment when it last started a pooled task.
+std::atomic<i32> ownersProcessor{-1};
+
+// A pooled thread stays alert for a moment after its work: frame after frame is forked, and a sleeping processor takes
+// longer to wake up than many a slice takes. Only the owner's processor is left to the owner.
+void WaitForWork(void* startSemaphore) {
+    pal::Semaphore* start = static_cast<pal::Semaphore*>(startSemaphore);
+    if (pal::CurrentProcessor() == ownersProcessor.load(std::memory_order_relaxed))
+        pal::SemaphoreWait(start);
+    else
+        pal::SemaphoreWaitAlert(start);
+}
+
 // The life of a pooled thread.
 void PoolThread(void* data) {
     kq::PoolEntry* entry = static_cast<kq::PoolEntry*>(data);
     TaskInfoKQ* task = entry->Task;
     for (;;) {
-        WaitSemaphoreKQ(task->StartSemaphore);
+        WaitForWork(task->StartSemaphore);
         if (entry->Quit) break;
         entry->Routine(entry->Argument);
         SignalSemaphoreKQ(task->DoneSemaphore);
@@ -83,11 +98,12 @@ void PoolThread(void* data) {
     SignalSemaphoreKQ(task->DoneSemaphore);
 }
 
-bool AddPoolEntry() {
+bool AddPoolEntry(i32 index) {
     kq::PoolEntry* entry = KQ_NEW(kq::PoolEntry);
     if (!entry) return false;
     entry->Task = MakeTask();
     if (entry->Task && StartThread(entry->Task, PoolThread, entry)) {
+        pal::ThreadPlace(static_cast<pal::Thread*>(entry->Task->Thread), index);
         AddTail(&KQEnv->TaskPool, &entry->Node);
         return true;
     }
@@ -123,6 +139,7 @@ TaskInfoKQ* StartPooled(kq::PoolEntry* entry, TaskRoutine routine, void* argumen
     entry->Routine = routine;
     entry->Argument = argument;
     pal::EventTake(EventOf(entry->Task));
+    ownersProcessor.store(pal::CurrentProcessor(), std::memory_order_relaxed);
     SignalSemaphoreKQ(entry->Task->StartSemaphore);
     return entry->Task;
 }
@@ -168,7 +185,7 @@ void StartTaskPool() {
     NewList(&KQEnv->TaskPool);
     if (KQEnv->Processors < 2) return;
     for (i32 i = 0; i < KQEnv->Processors; ++i)
-        if (!AddPoolEntry()) return;
+        if (!AddPoolEntry(i)) return;
 }
 
 void StopTaskPool() {

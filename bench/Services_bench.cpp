@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <linux/futex.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -23,10 +24,15 @@ namespace {
 
 constexpr int kStrings = 20000;
 
-// Two words that two threads hand to each other through the kernel: a round trip wakes each of them once.
+// Two words that two threads hand to each other through the kernel: a round trip wakes each of them once. On one
+// processor that is a change of threads, on two each wakes the other's processor up.
 class RoundTrips {
 public:
-    RoundTrips() : other_([this] { Answer(); }) {}
+    explicit RoundTrips(int otherProcessor)
+        : other_([this, otherProcessor] {
+              StayOn(otherProcessor);
+              Answer();
+          }) {}
 
     ~RoundTrips() {
         quit_ = true;
@@ -34,12 +40,30 @@ public:
         other_.join();
     }
 
-    void Run() {
-        Put(&ping_);
-        Take(&pong_);
+    // So many round trips, with this thread on the first processor.
+    void Run(int count) {
+        StayOn(0);
+        for (int i = 0; i < count; ++i) {
+            Put(&ping_);
+            Take(&pong_);
+        }
+        sched_setaffinity(0, sizeof all_, &all_);
     }
 
 private:
+    static cpu_set_t Allowed() {
+        cpu_set_t set;
+        sched_getaffinity(0, sizeof set, &set);
+        return set;
+    }
+
+    static void StayOn(int processor) {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        CPU_SET(processor, &set);
+        sched_setaffinity(0, sizeof set, &set);
+    }
+
     static void Put(std::atomic<u32>* word) {
         word->store(1, std::memory_order_release);
         syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
@@ -60,19 +84,22 @@ private:
 
     std::atomic<u32> ping_{0}, pong_{0};
     std::atomic<bool> quit_{false};
+    cpu_set_t all_ = Allowed();
     std::thread other_;
 };
 
+constexpr int kForks = 100;
+
 void BenchFork() {
-    RoundTrips trips;
-    bench::Row("MPForkKQ of an empty routine, 2 slices", 1, "call",
-               {{"MPForkKQ", [] { MPForkKQ([](i32, i32, void*) { return 1; }, nullptr, 2); }},
-                {"two futex round trips",
-                 [&] {
-                     trips.Run();
-                     trips.Run();
-                 }}},
-               {{1, 1.0 / 3}});
+    RoundTrips near(0), far(1);
+    bench::Row("MPForkKQ of an empty routine, 2 slices", kForks, "call",
+               {{"MPForkKQ",
+                 [] {
+                     for (int i = 0; i < kForks; ++i) MPForkKQ([](i32, i32, void*) { return 1; }, nullptr, 2);
+                 }},
+                {"two futex round trips, on one processor", [&] { near.Run(2 * kForks); }},
+                {"two futex round trips, between two", [&] { far.Run(2 * kForks); }}},
+               {{1, 1.0 / 3}, {2, 1.0 / 3}});
 }
 
 void BenchRegion() {

@@ -13,6 +13,14 @@ struct Thread;
 // needs itself, and goes up to its own minimum. Null when the thread cannot be had.
 Thread* ThreadStart(void (*routine)(void*), void* argument, size_t stackBytes);
 
+// Gives the thread the `index`-th of the processors that the program may use, counted from 0 and round again: threads
+// of different index that work at the same time do not meet on one processor. A wish; nothing tells whether it was
+// granted.
+void ThreadPlace(Thread* thread, i32 index);
+
+// The number of the processor that runs the calling thread at this moment.
+i32 CurrentProcessor();
+
 // Waits without limit for the end of the thread, then frees its handle.
 void ThreadJoin(Thread* thread);
 
@@ -28,6 +36,10 @@ void SemaphoreFree(Semaphore* semaphore);
 
 // Waits without limit until the count is above 0, then takes 1 from it.
 void SemaphoreWait(Semaphore* semaphore);
+
+// The same for a thread that often gets new work within microseconds and has a processor to itself: it keeps looking
+// for some 100 microseconds before it sleeps, so that nobody has to wake the processor up.
+void SemaphoreWaitAlert(Semaphore* semaphore);
 
 // Adds 1 to the count unless it is at the maximum.
 void SemaphoreSignal(Semaphore* semaphore);

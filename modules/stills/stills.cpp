@@ -23,7 +23,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr i32 kLargest = 32767;
+constexpr i32 kLargest = 32767;                 // of a side
+constexpr i64 kMostPixels = i64(1) << 28;
 
 // Frames of a sequence that are asked of the codec ahead of the one that is waited for.
 constexpr int kAhead = 3;
@@ -86,8 +87,12 @@ i32 Refuse(u32 error, const char* fileSpec, const char* what, const char* why) {
     return 0;
 }
 
-// Pixels of up to a line that the kinds of files have; others are the writer's mistake.
+// What lies outside is a writer's mistake.
 bool IsSaneAspect(f64 aspect) { return aspect >= 0.05 && aspect <= 20.0; }
+
+bool IsSaneSize(i32 width, i32 height) {
+    return width >= 1 && height >= 1 && width <= kLargest && height <= kLargest && i64(width) * height <= kMostPixels;
+}
 
 void TakeHead(KQClip* clip, const stills::Head& head) {
     clip->width = head.width;
@@ -106,8 +111,9 @@ i32 OpenStill(KQClip* clip) {
     stills::Problem problem;
     if (!stills::ReadHead(clip->fileSpec, head, problem))
         return Refuse(KQERR_BADDATA, clip->fileSpec, "cannot be opened", problem.c_str());
-    if (head.width < 1 || head.height < 1 || head.width > kLargest || head.height > kLargest)
-        return Refuse(KQERR_BADDATA, clip->fileSpec, "cannot be opened", "a side is longer than 32767 pixels");
+    if (!IsSaneSize(head.width, head.height))
+        return Refuse(KQERR_BADDATA, clip->fileSpec, "cannot be opened",
+                      "a picture of its size is not read; up to 2^28 pixels and 32767 a side are");
     Still* still = StillOf(clip) ? StillOf(clip) : new (std::nothrow) Still;
     if (!still) {
         KQEnv->Error = KQERR_NOMEM;

@@ -8,6 +8,8 @@
 
 #include <process.h>
 
+#include "pal/program.h"
+
 namespace pal {
 
 struct Thread {
@@ -23,6 +25,7 @@ struct Region {
 namespace {
 
 constexpr DWORD kSpins = 2000;
+constexpr int kAlertTurns = 100;
 
 unsigned __stdcall ThreadEntry(void* data) {
     Thread* thread = static_cast<Thread*>(data);
@@ -45,6 +48,12 @@ Thread* ThreadStart(void (*routine)(void*), void* argument, size_t stackBytes) {
     return nullptr;
 }
 
+void ThreadPlace(Thread* thread, i32 index) {
+    SetThreadIdealProcessor(thread->handle, DWORD(index % ProcessorCount()));
+}
+
+i32 CurrentProcessor() { return i32(GetCurrentProcessorNumber()); }
+
 void ThreadJoin(Thread* thread) {
     WaitForSingleObject(thread->handle, INFINITE);
     CloseHandle(thread->handle);
@@ -58,6 +67,13 @@ Semaphore* SemaphoreCreate(i32 initial, i32 maximum) {
 void SemaphoreFree(Semaphore* semaphore) { CloseHandle(semaphore); }
 
 void SemaphoreWait(Semaphore* semaphore) { WaitForSingleObject(semaphore, INFINITE); }
+
+// A look is a call of the kernel here and as dear as sleeping, so a few must do.
+void SemaphoreWaitAlert(Semaphore* semaphore) {
+    for (int turn = kAlertTurns; turn > 0; --turn)
+        if (WaitForSingleObject(semaphore, 0) == WAIT_OBJECT_0) return;
+    SemaphoreWait(semaphore);
+}
 
 void SemaphoreSignal(Semaphore* semaphore) { ReleaseSemaphore(semaphore, 1, nullptr); }
 

@@ -1,5 +1,5 @@
-// Damaged stills of every kind: the program lives through all, none takes longer than ten seconds, and what is refused is
-// named.
+// Damaged stills of every kind: the program lives through all, none takes longer than ten seconds, and what is refused
+// is named.
 //
 // KQ_MUTATIONS sets how many files are tried (200; `make mutate` tries 2,000) and KQ_SEED the run.
 #include <chrono>
@@ -27,7 +27,8 @@ void Damage(std::vector<u8>& bytes, std::mt19937& random) {
     auto at = [&] { return random() % 3 ? upTo(std::min<size_t>(bytes.size(), 256)) : upTo(bytes.size()); };
     for (u32 rounds = 1 + u32(upTo(4)); rounds > 0 && bytes.size() > 8; --rounds) {
         size_t place = at(), length = 1 + upTo(std::min<size_t>(bytes.size() - place, 64));
-        auto from = bytes.begin() + std::ptrdiff_t(place), to = from + std::ptrdiff_t(std::min(length, bytes.size() - place));
+        auto from = bytes.begin() + std::ptrdiff_t(place),
+             to = from + std::ptrdiff_t(std::min(length, bytes.size() - place));
         switch (upTo(6)) {
         case 0: *from = u8(random()); break;
         case 1: *from ^= u8(1u << upTo(8)); break;

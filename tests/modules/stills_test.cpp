@@ -78,13 +78,13 @@ INSTANTIATE_TEST_SUITE_P(
                     Made{"plain.iff", false, 0}, Made{"plain.jp2", false, 0}, Made{"plain.jpg", false, 16},
                     Made{"plain.png", false, 0}, Made{"plain.ppm", false, 0}, Made{"plain.psd", false, 0},
                     Made{"plain.rla", false, 0}, Made{"plain.sgi", false, 0}, Made{"plain.tga", false, 0},
-                    Made{"plain.tif", false, 0}, Made{"plain.webp", false, 0},
-                    Made{"alpha.dpx", true, 0}, Made{"alpha.exr", true, 3}, Made{"alpha.png", true, 0},
-                    Made{"alpha.sgi", true, 0}, Made{"alpha.tga", true, 3}, Made{"alpha.tif", true, 0},
-                    Made{"multiplied.tif", true, 3}, Made{"interlaced.png", false, 0}, Made{"deep.png", false, 0},
-                    Made{"deep.tif", false, 0}, Made{"deep.dpx", false, 0}, Made{"cmyk.tif", false, 1},
-                    Made{"cmyk.jpg", false, 14}, Made{"runs.tga", false, 0}, Made{"lzw.tif", false, 0},
-                    Made{"tiled.tif", false, 0}, Made{"tiled.exr", false, 0}),
+                    Made{"plain.tif", false, 0}, Made{"plain.webp", false, 0}, Made{"alpha.dpx", true, 0},
+                    Made{"alpha.exr", true, 3}, Made{"alpha.png", true, 0}, Made{"alpha.sgi", true, 0},
+                    Made{"alpha.tga", true, 3}, Made{"alpha.tif", true, 0}, Made{"multiplied.tif", true, 3},
+                    Made{"interlaced.png", false, 0}, Made{"deep.png", false, 0}, Made{"deep.tif", false, 0},
+                    Made{"deep.dpx", false, 0}, Made{"cmyk.tif", false, 1}, Made{"cmyk.jpg", false, 14},
+                    Made{"runs.tga", false, 0}, Made{"lzw.tif", false, 0}, Made{"tiled.tif", false, 0},
+                    Made{"tiled.exr", false, 0}),
     [](const auto& made) {
         std::string name = made.param.file;
         std::replace(name.begin(), name.end(), '.', '_');
@@ -392,9 +392,12 @@ TEST_F(Stills, ACutFileShowsItsRowsAndTellsItsName) {
 }
 
 TEST_F(Stills, WhatIsNoStillIsRefusedWithItsName) {
-    const std::pair<const char*, std::string> kFiles[] = {
-        {"empty.png", ""}, {"text.png", "this is no picture at all, but a text"}, {"text.tga", "neither"},
-        {"short.png", "\x89PNG\r\n\x1a\n"}, {"short.jpg", "\xff\xd8\xff"}, {"text.tif", "II*"}};
+    const std::pair<const char*, std::string> kFiles[] = {{"empty.png", ""},
+                                                          {"text.png", "this is no picture at all, but a text"},
+                                                          {"text.tga", "neither"},
+                                                          {"short.png", "\x89PNG\r\n\x1a\n"},
+                                                          {"short.jpg", "\xff\xd8\xff"},
+                                                          {"text.tif", "II*"}};
     for (auto& [name, bytes] : kFiles) {
         if (!Reads(ExtensionOf(name))) continue;
         WriteWholeFile(Folder() + name, bytes);

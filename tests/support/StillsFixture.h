@@ -33,7 +33,9 @@ struct Pixel {
 };
 
 // The pixel that every still of the folder is made from.
-inline Pixel StillPixel(i32 x, i32 y, bool alpha) { return {alpha ? 255 - 9 * x : 255, 13 * x, 19 * y, 5 * x * y % 256}; }
+inline Pixel StillPixel(i32 x, i32 y, bool alpha) {
+    return {alpha ? 255 - 9 * x : 255, 13 * x, 19 * y, 5 * x * y % 256};
+}
 
 inline Pixel PixelAt(const KQBitmap* bitmap, i32 x, i32 y) {
     const u8* p = bitmap->data + i64(y) * bitmap->rowBytes + x * 4;

@@ -163,14 +163,14 @@ int Codec::IdlestSeat() const {
 }
 
 // Ends what is left of a worker. The request that it was at fails, and the others are asked again. A kill from outside
-// (somebody's, or the kernel's for want of memory) is not the file's fault at first.
+// (somebody's, or the kernel's for want of memory), or the keeper's own end, is not the file's fault at first.
 void Codec::Empty(int seat, bool tooLong) {
     Seat& s = seats_[std::size_t(seat)];
     int status = helper_.End(s.worker);
     std::vector<int> slots = std::exchange(s.underWay, {});
     if (!slots.empty()) {
         Slot& culprit = slots_[std::size_t(slots.front())];
-        bool outside = !tooLong && status != -1 && WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+        bool outside = !tooLong && (status == -1 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL));
         if (outside && !culprit.repeated) {
             culprit.repeated = true;
         } else {
@@ -219,9 +219,9 @@ bool Codec::SendTo(int seat, int index) {
     return true;
 }
 
-// Gives a slot's request to the idlest worker. One that has died meanwhile is replaced.
+// Gives a slot's request to the idlest worker. One that has died meanwhile is replaced; all may have.
 bool Codec::Post(int index, Problem& problem) {
-    for (int tries = 0; tries < 2; ++tries) {
+    for (int tries = 0; tries <= workers_; ++tries) {
         int seat = IdlestSeat();
         if (!Fill(seat, problem)) return false;
         if (SendTo(seat, index)) return true;

@@ -139,7 +139,11 @@ Worker Helper::Fork(Problem& problem) {
                 deaths_.push_back(notice);
                 continue;
             }
-            if (notice.kind == NoticeKind::Forked) return {notice.process, std::move(pair.ours)};
+            if (notice.kind == NoticeKind::Forked) {
+                // What is known of a process of the same number is about another one.
+                std::erase_if(deaths_, [&](const Notice& death) { return death.process == notice.process; });
+                return {notice.process, std::move(pair.ours)};
+            }
             break;
         }
         Stop();

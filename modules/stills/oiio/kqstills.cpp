@@ -74,13 +74,21 @@ bool IsChild(int process) {
     return process > 0 && waitid(P_PID, id_t(process), &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
+// Of a worker that has ended, here or under a keeper before this one, nothing more can be told.
+void KillWorker(int process) {
+    if (IsChild(process))
+        kill(process, SIGKILL);
+    else
+        Tell(NoticeKind::Died, process, -1);
+}
+
 // False when the module's program has ended.
 bool Obey(int deaths) {
     Order order;
     int socket;
     if (Receive(kKeeperSocket, &order, sizeof order, &socket, 1, -1) != 1) return false;
     if (order.kind == OrderKind::Fork && socket >= 0) ForkWorker(socket, deaths);
-    if (order.kind == OrderKind::Kill && IsChild(order.process)) kill(order.process, SIGKILL);
+    if (order.kind == OrderKind::Kill) KillWorker(order.process);
     return true;
 }
 
