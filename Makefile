@@ -1,12 +1,13 @@
 # The commands of the project. Each installs what it needs (tools/bootstrap), builds, and does its work.
 #
-#   make run            make a film file (or take FILE=...), show what is in it, and write a contact sheet
+#   make run            stills from photographs (or FILE=...): what is in them, a contact sheet, conversions and back
 #   make test           all tests, natively
 #   make test-win64     the same tests for Windows, run with wine
 #   make asan, tsan     the tests under the address and undefined, or the thread, sanitizer
 #   make bench          the benchmarks, beside peers and limits
 #   make mutate         2,000 damaged stills of every kind (MUTATIONS, SEED)
 #   make fuzz           each fuzzer for FUZZ_SECONDS (60)
+#   make kill-run       200 times kill -9 at random moments of a conversion: the old output or the new one is there
 #   make install        library, headers, tool and manual below PREFIX (/usr/local), DESTDIR in front
 
 JOBS ?= $(shell nproc)
@@ -15,7 +16,7 @@ FUZZ_SECONDS ?= 60
 MUTATIONS ?= 2000
 SEED ?= 20261121
 CTEST = ctest --output-on-failure --no-tests=error
-.PHONY: run test test-win64 asan tsan bench mutate fuzz package install clean
+.PHONY: run test test-win64 asan tsan bench fuzz mutate kill-run package install clean
 
 # build/NAME: configures and builds the preset NAME.
 define build
@@ -65,6 +66,11 @@ fuzz:
 	@tools/bootstrap fuzz
 	$(call build,linux-fuzz)
 	@tools/fuzz-all build/linux-fuzz/bin $(FUZZ_SECONDS)
+
+kill-run:
+	@tools/bootstrap test
+	$(call build,linux-release)
+	@tools/kill-run build/linux-release/bin/kqclip 200
 
 package:
 	@tools/bootstrap run

@@ -1,6 +1,7 @@
 // Messages and questions without a screen: one line each on standard error.
 #include "Source/UserChannel.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 
@@ -12,6 +13,7 @@ namespace {
 
 kq::UserListener listener = nullptr;
 void* listenerData = nullptr;
+std::atomic<void (*)(const char*)> userSink{nullptr};
 
 constexpr size_t kTextSize = 1024;
 
@@ -26,7 +28,10 @@ int Show(kq::UserText kind, int unanswered, const char* format, va_list argument
     char text[kTextSize];
     std::vsnprintf(text, sizeof text, format, arguments);
     if (listener) return listener(kind, text, listenerData);
-    PrintLine(text);
+    if (auto sink = userSink.load())
+        sink(text);
+    else
+        PrintLine(text);
     return unanswered;
 }
 
@@ -98,3 +103,5 @@ int AskUserKQ(u32 stringNumber, ...) {
     va_end(arguments);
     return answer;
 }
+
+void SetUserSinkKQ(void (*sink)(const char*)) { userSink = sink; }

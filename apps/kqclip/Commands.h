@@ -12,8 +12,8 @@ namespace kqclip {
 // Options of every subcommand.
 struct CommonOptions {
     bool json = false;
-    std::string progress = "auto";          // auto, json, none
-    std::vector<std::string> modules;       // folders of format modules
+    std::string progress = "auto";      // auto, json, none
+    std::vector<std::string> modules;   // folders of format modules
 };
 
 // Prints the format modules with their extensions.
@@ -24,31 +24,31 @@ void Info(const CommonOptions& common, const InputOptions& input, Report& report
 
 struct SheetOptions {
     std::string output;
-    int columns = 0;         // 0: as square as it gets
-    int cellWidth = 192;     // the box that each frame is fitted into, pixels
+    int columns = 0;       // 0: as square as it gets
+    int cellWidth = 192;   // the box that each frame is fitted into, pixels
     int cellHeight = 144;
-    int most = 48;           // at most so many frames, evenly chosen
-    bool overwrite = true;
+    int most = 48;   // at most so many frames, evenly chosen
 };
 
 // Writes a contact sheet as PNG.
 void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOptions& options, Report& report);
 
 struct FrameOptions {
-    int number = 0;          // frame number
-    std::string output;      // PNG with alpha
-    std::string size;        // "WxH", empty: the clip's
+    int number = 0;       // frame number
+    std::string output;   // PNG with alpha
+    std::string size;     // "WxH", empty: the clip's
 };
 
 // Writes one frame as PNG.
 void Frame(const CommonOptions& common, const InputOptions& input, const FrameOptions& options, Report& report);
 
 struct ConvertOptions {
-    std::string output;              // file or pattern
-    std::string size;                // "WxH", empty: the clip's
-    std::string writeAlpha;          // none, grey, straight, premultiplied; empty: straight where the input has alpha
-    std::string extension;           // taken for the output's extension
-    int start = -1;                  // number of the first output file; -1: as the input's numbers
+    std::string output;         // file or pattern
+    std::string size;           // "WxH", empty: the clip's
+    std::string writeAlpha;     // none, grey, straight, premultiplied; empty: straight where the input has alpha
+    std::string extension;      // taken for the output's extension
+    int start = -1;             // number of the first output file; -1: as the input's numbers
+    bool splitFields = false;   // a frame for each field, at twice the rate
     bool overwrite = false;
     bool dryRun = false;
 };
@@ -64,11 +64,11 @@ void Compare(const CommonOptions& common, const InputOptions& left, const InputO
 void Fonts(const CommonOptions& common, Report& report);
 
 struct TextOptions {
-    std::string text;        // UTF-8
-    std::string output;      // SVG
-    std::string font;        // full name, empty: a common one
-    int size = 48;           // points
-    int dpi = 96;            // pixels an inch
+    std::string text;     // UTF-8
+    std::string output;   // SVG
+    std::string font;     // full name, empty: a common one
+    int size = 48;        // points
+    int dpi = 96;         // pixels an inch
 };
 
 // Writes a line of text as SVG paths.

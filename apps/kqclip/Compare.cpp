@@ -3,8 +3,10 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 
 #include "apps/kqclip/Commands.h"
+#include "apps/kqclip/FrameRange.h"
 #include "apps/kqclip/Progress.h"
 
 namespace kqclip {
@@ -45,13 +47,50 @@ Json Tell(const Difference& total) {
     return channels;
 }
 
+// The frames that are compared, side by side, and those that only one clip has.
+struct Pairs {
+    std::vector<std::pair<Step, Step>> both;
+    std::vector<int> onlyLeft, onlyRight;
+};
+
+// Frames of two sequences belong together by their numbers where one has gaps or is longer; else by their place.
+Pairs Pair(const std::vector<Step>& a, const std::vector<Step>& b, bool byNumber) {
+    Pairs pairs;
+    if (!byNumber) {
+        size_t count = std::min(a.size(), b.size());
+        for (size_t i = 0; i < count; ++i) pairs.both.emplace_back(a[i], b[i]);
+        for (size_t i = count; i < a.size(); ++i) pairs.onlyLeft.push_back(a[i].number);
+        for (size_t i = count; i < b.size(); ++i) pairs.onlyRight.push_back(b[i].number);
+        return pairs;
+    }
+    std::map<int, Step> right;
+    for (const Step& step : b) right.emplace(step.number, step);
+    for (const Step& step : a) {
+        auto found = right.find(step.number);
+        if (found == right.end()) {
+            pairs.onlyLeft.push_back(step.number);
+            continue;
+        }
+        pairs.both.emplace_back(step, found->second);
+        right.erase(found);
+    }
+    for (const auto& [number, step] : right) pairs.onlyRight.push_back(number);
+    return pairs;
+}
+
 void Print(const Json& comparison) {
+    for (const char* side : {"onlyLeft", "onlyRight"})
+        if (comparison[side] != "")
+            std::printf("only the %s clip has: %s\n", side[4] == 'L' ? "first" : "second",
+                        comparison[side].get<std::string>().c_str());
     for (const auto& [name, channel] : comparison["channels"].items())
         std::printf("%-6s largest %3d, mean %.6f\n", name.c_str(), channel["largest"].get<int>(),
                     channel["mean"].get<double>());
     if (!comparison["firstDifferent"].is_null())
         std::printf("the first frame that differs is %d\n", comparison["firstDifferent"].get<int>());
-    std::printf("%s\n", comparison["equal"] ? "equal" : "different");
+    int tolerance = comparison["tolerance"];
+    std::string within = tolerance > 0 ? " within " + std::to_string(tolerance) : "";
+    std::printf("%s\n", comparison["equal"] ? ("equal" + within).c_str() : "different");
 }
 
 }   // namespace
@@ -61,35 +100,40 @@ void Compare(const CommonOptions& common, const InputOptions& left, const InputO
     Material a(left), b(right);
     report.facts["left"] = a.Describe();
     report.facts["right"] = b.Describe();
-    if (a.Clip()->width != b.Clip()->width || a.Clip()->height != b.Clip()->height)
-        throw Failure("different-size", "cannot compare '" + left.path + "' and '" + right.path +
-                                            "': their pictures have different sizes; convert one with --size",
+    KQClip *clipA = a.Clip(), *clipB = b.Clip();
+    if (clipA->width != clipB->width || clipA->height != clipB->height)
+        throw Failure("different-size",
+                      "cannot compare '" + left.path + "' and '" + right.path +
+                          "': their pictures have different sizes; convert one with --size",
                       kDifferent);
-    std::vector<Step> stepsA = a.Plan(report, true), stepsB = b.Plan(report, true);
-    size_t frames = std::min(stepsA.size(), stepsB.size());
-    Bitmap bitmapA = MakeBitmap(a.Clip()->width, a.Clip()->height);
-    Bitmap bitmapB = MakeBitmap(a.Clip()->width, a.Clip()->height);
+    bool lists = !left.frames.empty() || !right.frames.empty();
+    bool alike = a.Numbers().size() == b.Numbers().size() && !a.HasGaps() && !b.HasGaps();
+    bool byNumber = a.IsSequence() && b.IsSequence() && !lists && !alike;
+    Pairs pairs = Pair(a.Plan(report, true), b.Plan(report, true), byNumber);
+    Bitmap bitmapA = MakeBitmap(clipA->width, clipA->height), bitmapB = MakeBitmap(clipA->width, clipA->height);
     Difference total;
     Json first = nullptr;
-    Progress progress("compare", int(frames), common.progress);
-    for (size_t i = 0; i < frames; ++i) {
-        a.Fetch(stepsA[i], bitmapA.get(), report);
-        b.Fetch(stepsB[i], bitmapB.get(), report);
-        if (AddDifference(total, bitmapA.get(), bitmapB.get()) > tolerance && first.is_null())
-            first = stepsA[i].number;
+    int compared = 0;
+    Progress progress("compare", int(pairs.both.size()), common.progress);
+    for (size_t i = 0; i < pairs.both.size(); ++i) {
+        const auto& [stepA, stepB] = pairs.both[i];
+        bool there = a.Fetch(stepA, bitmapA.get(), report);
+        there = b.Fetch(stepB, bitmapB.get(), report) && there;
+        if (there && AddDifference(total, bitmapA.get(), bitmapB.get()) > tolerance && first.is_null())
+            first = stepA.number;
+        compared += there;
         progress.Show(int(i + 1));
     }
-    bool equal = first.is_null() && stepsA.size() == stepsB.size();
-    report.facts["comparison"] = {{"frames", {{"left", stepsA.size()}, {"right", stepsB.size()}, {"compared", frames}}},
+    bool equal = first.is_null() && pairs.onlyLeft.empty() && pairs.onlyRight.empty() && compared > 0;
+    report.facts["comparison"] = {{"compared", compared},
+                                  {"onlyLeft", ShowFrames(pairs.onlyLeft)},
+                                  {"onlyRight", ShowFrames(pairs.onlyRight)},
                                   {"channels", Tell(total)},
                                   {"firstDifferent", first},
                                   {"tolerance", tolerance},
                                   {"equal", equal}};
     if (!equal) report.exitCode = kDifferent;
-    if (common.json) return;
-    if (stepsA.size() != stepsB.size())
-        std::printf("%zu and %zu frames; the first %zu are compared\n", stepsA.size(), stepsB.size(), frames);
-    Print(report.facts["comparison"]);
+    if (!common.json) Print(report.facts["comparison"]);
 }
 
 }   // namespace kqclip

@@ -1,149 +1,97 @@
 // kqclip convert: the frames of one clip written as another, through the format module of the output's extension.
-#include <algorithm>
 #include <cstdio>
-#include <filesystem>
 
 #include "apps/kqclip/Commands.h"
 #include "apps/kqclip/Output.h"
 #include "apps/kqclip/Progress.h"
-
-namespace fs = std::filesystem;
+#include "apps/kqclip/Writer.h"
 
 namespace kqclip {
 
 namespace {
 
-KQFormatDesc* WriterFor(const std::string& output, const std::string& extension) {
-    std::string letters = ShortExtension(extension.empty() ? ExtensionOf(output) : extension);
-    u32 code = ExtensionCode(letters);
-    for (KQFormatDesc* module : Modules())
-        for (i32 i = 0; i < module->importExtCount; ++i)
-            if (module->importExts[i] == code && (GetImportPropertiesKQ(module) & KQFORMAT_WRITES)) return module;
-    throw Failure("unknown-format", "cannot write '" + output + "': no format module writes ." + letters +
-                                        " files; 'kqclip formats' lists the extensions");
+// Two steps for each, a field each, numbered so that the fields of frame n are 2 n and 2 n + 1.
+std::vector<Step> SplitFields(const std::vector<Step>& steps) {
+    std::vector<Step> fields;
+    for (const Step& step : steps)
+        for (int field : {0, 1}) fields.push_back({step.number * 2 + field, step.index, step.missing, field});
+    return fields;
 }
 
-// Where each frame goes: one file for all, or a file a frame.
-class Target {
-public:
-    Target(const std::string& output, bool single, const std::vector<Step>& steps, int start) : output_(output) {
-        if (single) {
-            names_.push_back(NameOf(output));
-            return;
-        }
-        auto pattern = ParsePattern(output);
-        if (!pattern && steps.size() > 1)
-            throw Failure("wrong-use", "cannot write " + std::to_string(steps.size()) + " frames as '" + output +
-                                           "': this format holds one frame a file; write a pattern such as "
-                                           "name.####." + ExtensionOf(output), kWrongUse);
-        for (size_t i = 0; i < steps.size(); ++i)
-            names_.push_back(pattern ? NameFor(*pattern, start < 0 ? steps[i].number : start + int(i)) : NameOf(output));
-    }
-
-    const std::vector<std::string>& Names() const { return names_; }
-
-    // The names that exist already.
-    std::vector<std::string> Existing() const {
-        std::vector<std::string> existing;
-        for (const std::string& name : names_)
-            if (fs::exists(PathFrom(FolderOf(output_) + name))) existing.push_back(name);
-        return existing;
-    }
-
-private:
-    std::string NameFor(const Pattern& pattern, int number) const {
-        auto path = pattern.PathOf(number);
-        bool fits = path && (pattern.digits == 1 || std::to_string(number).size() <= size_t(pattern.digits));
-        if (!fits)
-            throw Failure("wrong-use", "frame " + std::to_string(number) + " does not fit the " +
-                                           std::to_string(pattern.digits) + " digits of '" + output_ +
-                                           "'; write more places, or --start with a smaller number", kWrongUse);
-        return NameOf(*path);
-    }
-
-    std::string output_;
-    std::vector<std::string> names_;
+// What will be written, once the options are checked against the input.
+struct Plan {
+    KQFormatDesc* module;
+    bool single;   // one file for all frames
+    Shape shape;
+    std::vector<Step> steps;
+    Target target;
 };
 
-// The clip that is written; closed and freed whatever happens.
-class Writer {
-public:
-    Writer(KQFormatDesc* module, const Material& material, Size size, const ConvertOptions& options)
-        : clip_(NewClipKQ()), path_(options.output) {
-        if (!clip_) throw Failure("no-memory", "out of memory for the output '" + path_ + "'");
-        const KQClip* source = material.Clip();
-        clip_->format = module;
-        clip_->width = size.width;
-        clip_->height = size.height;
-        clip_->frameCount = 1;
-        clip_->frameRate = clip_->sourceRate = clip_->nativeRate = source->frameRate;
-        clip_->pixelAspect = source->pixelAspect;
-        clip_->fieldOrder = source->fieldOrder;
-        SetAlpha(source, options.writeAlpha);
-        clip_->depth = clip_->alphaMode == 2 ? 32 : clip_->alphaMode == 1 ? 8 : 24;
+Plan MakePlan(const Material& material, const ConvertOptions& options, Report& report) {
+    KQFormatDesc* module = WriterFor(options.output, options.extension);
+    bool single = GetImportPropertiesKQ(module) & KQFORMAT_MULTIFRAME;
+    const KQClip* clip = material.Clip();
+    Shape shape = {{clip->width, clip->height}, clip->frameRate, options.writeAlpha};
+    if (!options.size.empty()) shape.size = ParseSize(options.size, "--size");
+    std::vector<Step> steps = material.Plan(report, false);
+    if (steps.empty()) throw Failure("no-frames", "no frame of '" + material.Path() + "' is left to write");
+    if (options.splitFields) {
+        if (clip->fieldOrder == 0)
+            throw Failure(
+                "wrong-use",
+                "--split-fields: '" + material.Path() + "' is not known to hold fields; say --fields 1 or --fields 2",
+                kWrongUse);
+        steps = SplitFields(steps);
+        shape.rate *= 2;
     }
+    Target target(options.output, single, steps, options.start);
+    return {module, single, shape, std::move(steps), std::move(target)};
+}
 
-    ~Writer() {
-        if (begun_) EndClipIOKQ(clip_, nullptr);
-        if (created_) CloseClipKQ(clip_);
-        FreeClipKQ(clip_);
-    }
+void CheckExisting(const std::vector<std::string>& existing, const ConvertOptions& options) {
+    if (existing.empty() || options.overwrite) return;
+    std::string more = existing.size() > 1 ? " and " + std::to_string(existing.size() - 1) + " more" : "";
+    throw Failure("exists", "cannot write '" + options.output + "': " + existing.front() + more +
+                                " exists; --overwrite "
+                                "replaces it");
+}
 
-    // Begins the file `staged`.
-    void Create(const std::string& staged) {
-        FreeFileSpecKQ(clip_->fileSpec);
-        clip_->fileSpec = MakeFileSpecKQ(staged.c_str());
-        if (!clip_->fileSpec || !CreateClipKQ(clip_, 0)) throw LibraryFailure("create", path_, GetErrorKQ());
-        created_ = true;
-        begun_ = BeginClipIOKQ(clip_, nullptr);
-        if (!begun_) throw LibraryFailure("write", path_, GetErrorKQ());
-    }
-
-    void Add(KQBitmap* bitmap, int index) {
-        KQTimeValue time = {double(index), clip_->frameRate};
-        if (!AddFrameKQ(clip_, bitmap, &time, nullptr, nullptr)) {
-            u32 error = GetErrorKQ();
-            throw LibraryFailure("write", path_, error == KQERR_NONE ? u32(KQERR_WRITE) : error);
+// Writes all steps into the staging folder; a step that is left out loses its name.
+size_t WriteFrames(const Material& material, Plan& plan, const ConvertOptions& options, const Staging& staging,
+                   const std::string& progressMode, Report& report) {
+    Writer writer(plan.module, material.Clip(), plan.shape, options.output);
+    Size size = plan.shape.size;
+    Bitmap bitmap = MakeBitmap(size.width, size.height);
+    Progress progress("convert", int(plan.steps.size()), progressMode);
+    const std::vector<std::string>& names = plan.target.Names();
+    size_t written = 0;
+    for (size_t i = 0; i < plan.steps.size(); ++i) {
+        if (material.Fetch(plan.steps[i], bitmap.get(), report)) {
+            std::string staged = staging.PathOf(names[plan.single ? 0 : i]);
+            if (written == 0 || !plan.single) writer.Create(staged);
+            writer.Add(bitmap.get(), plan.single ? int(written) : 0);
+            if (!plan.single) writer.Close();
+            if (!plan.single) Verify(staged, options.output, options.extension, size, 1);
+            ++written;
         }
+        progress.Show(int(i + 1));
     }
+    ThrowIfInterrupted();
+    if (written == 0) throw Failure("no-frames", "no frame of '" + material.Path() + "' is left to write");
+    if (!plan.single) return written;
+    writer.Close();
+    Verify(staging.PathOf(names.front()), options.output, options.extension, size, written);
+    return written;
+}
 
-    // Completes the file; throws when its last bytes could not be written.
-    void Close() {
-        KQEnv->Error = KQERR_NONE;
-        bool ended = EndClipIOKQ(clip_, nullptr);
-        u32 error = GetErrorKQ();
-        begun_ = created_ = false;
-        CloseClipKQ(clip_);
-        if (error == KQERR_NONE) error = GetErrorKQ();
-        if (!ended || error != KQERR_NONE) throw LibraryFailure("write", path_, error ? error : u32(KQERR_WRITE));
-        clip_->sourceFrames = 0;
-    }
-
-private:
-    void SetAlpha(const KQClip* source, const std::string& wanted) {
-        clip_->matteColor = source->matteColor;
-        clip_->alphaInvert = 0;
-        clip_->alphaPremultiplied = wanted == "premultiplied";
-        if (wanted.empty())
-            clip_->alphaMode = source->alphaMode == 0 ? 0 : 2;
-        else
-            clip_->alphaMode = wanted == "none" ? 0 : wanted == "grey" ? 1 : 2;
-        clip_->flags |= KQCLIP_ALPHA_KNOWN;
-    }
-
-    KQClip* clip_;
-    std::string path_;
-    bool created_ = false, begun_ = false;
-};
-
-// Opens the finished file and looks that it holds what was written.
-void Verify(const std::string& staged, const std::string& output, size_t frames) {
-    KQClip* clip = OpenClipKQ(staged.c_str(), KQTAG_CLIP_SINGLE, 0, KQTAG_CLIP_NOGUESS, 0, 0);
-    size_t found = clip ? size_t(clip->sourceFrames) : 0;
-    u32 error = GetErrorKQ();
-    CloseClipKQ(clip);
-    FreeClipKQ(clip);
-    if (found != frames) throw LibraryFailure("read back", output, error);
+void Print(const Json& output) {
+    std::string files = output["files"] == 1 ? "" : ", " + std::to_string(output["files"].get<size_t>()) + " files";
+    std::printf("%s %zu frames of %d x %d as %s%s: %s\n", output["dryRun"] ? "would write" : "wrote",
+                output["frames"].get<size_t>(), output["width"].get<int>(), output["height"].get<int>(),
+                output["format"].get<std::string>().c_str(), files.c_str(), output["path"].get<std::string>().c_str());
+    if (output["others"] != "")
+        std::printf("files of the same pattern that are not of this clip stay: %s\n",
+                    output["others"].get<std::string>().c_str());
 }
 
 }   // namespace
@@ -157,45 +105,28 @@ Size ParseSize(const std::string& text, const std::string& option) {
 }
 
 void Convert(const CommonOptions& common, const InputOptions& input, const ConvertOptions& options, Report& report) {
-    Material material(input);
-    report.facts["input"] = material.Describe();
-    KQFormatDesc* module = WriterFor(options.output, options.extension);
-    bool single = GetImportPropertiesKQ(module) & KQFORMAT_MULTIFRAME;
-    Size size = options.size.empty() ? Size{material.Clip()->width, material.Clip()->height}
-                                     : ParseSize(options.size, "--size");
-    std::vector<Step> steps = material.Plan(report, false);
-    if (steps.empty()) throw Failure("no-frames", "no frame of '" + input.path + "' is left to write");
-    Target target(options.output, single, steps, options.start);
-    std::vector<std::string> existing = target.Existing();
-    if (!existing.empty() && !options.overwrite)
-        throw Failure("exists", "cannot write '" + options.output + "': " + existing.front() + " exists" +
-                                    (existing.size() > 1 ? " and " + std::to_string(existing.size() - 1) + " more" : "") +
-                                    "; --overwrite replaces it");
-    report.facts["output"] = {{"path", options.output}, {"format", module->node.Name}, {"width", size.width},
-                              {"height", size.height},  {"frames", steps.size()},      {"files", target.Names().size()},
-                              {"replaced", existing.size()}, {"dryRun", options.dryRun}};
-    if (options.dryRun) {
-        if (!common.json)
-            std::printf("would write %zu frames of %d x %d as %s: %zu files, %s%s\n", steps.size(), size.width,
-                        size.height, module->node.Name, target.Names().size(), target.Names().front().c_str(),
-                        target.Names().size() > 1 ? (" to " + target.Names().back()).c_str() : "");
-        return;
+    auto material = std::make_unique<Material>(input);
+    report.facts["input"] = material->Describe();
+    Plan plan = MakePlan(*material, options, report);
+    std::vector<std::string> existing = plan.target.Existing();
+    CheckExisting(existing, options);
+    const std::vector<std::string>& names = plan.target.Names();
+    Json output = {{"path", options.output},         {"format", plan.module->node.Name},
+                   {"width", plan.shape.size.width}, {"height", plan.shape.size.height},
+                   {"rate", plan.shape.rate},        {"frames", plan.steps.size()},
+                   {"files", names.size()},          {"firstFile", names.front()},
+                   {"lastFile", names.back()},       {"replaced", existing.size()},
+                   {"others", plan.target.Others()}, {"dryRun", options.dryRun}};
+    if (!options.dryRun) {
+        Staging staging(options.output);
+        size_t written = WriteFrames(*material, plan, options, staging, common.progress, report);
+        output["frames"] = written;
+        output["files"] = plan.single ? 1 : written;
+        material.reset();   // the output may be the input, which must not be open when it is replaced
+        staging.Commit();
     }
-    Staging staging(options.output);
-    Writer writer(module, material, size, options);
-    Bitmap bitmap = MakeBitmap(size.width, size.height);
-    Progress progress("convert", int(steps.size()), common.progress);
-    for (size_t i = 0; i < steps.size(); ++i) {
-        material.Fetch(steps[i], bitmap.get(), report);
-        if (i == 0 || !single) writer.Create(staging.PathOf(target.Names()[i]));
-        writer.Add(bitmap.get(), single ? int(i) : 0);
-        if (!single) writer.Close();
-        progress.Show(int(i + 1));
-    }
-    if (single) writer.Close();
-    ThrowIfInterrupted();
-    Verify(staging.PathOf(target.Names().front()), options.output, single ? steps.size() : 1);
-    staging.Commit();
+    report.facts["output"] = output;
+    if (!common.json) Print(output);
 }
 
 }   // namespace kqclip

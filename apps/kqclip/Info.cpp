@@ -2,6 +2,8 @@
 #include <cstdio>
 
 #include "apps/kqclip/Commands.h"
+#include "apps/kqclip/Library.h"
+#include "apps/kqclip/Progress.h"
 
 namespace kqclip {
 
@@ -29,10 +31,11 @@ std::string AlphaText(const Json& alpha) {
 }
 
 void PrintFacts(const Json& clip) {
-    PrintRow("file:", clip.contains("name") ? clip["name"].get<std::string>() : clip["path"].get<std::string>());
+    PrintRow("file:", clip["name"]);
     PrintRow("format:", clip["format"]);
-    PrintRow("size:", std::to_string(clip["width"].get<int>()) + " x " + std::to_string(clip["height"].get<int>()) +
-                          " pixels");
+    if (clip["module"] != "built in") PrintRow("module:", clip["module"]);
+    PrintRow("size:",
+             std::to_string(clip["width"].get<int>()) + " x " + std::to_string(clip["height"].get<int>()) + " pixels");
     PrintRow("depth:", std::to_string(clip["depth"].get<int>()) + " bits a pixel");
     PrintRow("alpha:", AlphaText(clip["alpha"]));
     PrintRow("frames:", std::to_string(clip["frames"].get<int>()));
@@ -43,8 +46,10 @@ void PrintFacts(const Json& clip) {
     PrintRow("rate:", Decimal(clip["rate"], "%.6g frames a second"));
     PrintRow("length:", Decimal(clip["seconds"], "%.3f seconds"));
     PrintRow("pixel aspect:", Decimal(clip["pixelAspect"], "%.6g"));
-    if (clip["fields"] != 0) PrintRow("fields:", std::to_string(clip["fields"].get<int>()));
-    if (clip["pulldown"] != 0) PrintRow("pull-down:", "phase " + std::to_string(clip["pulldown"].get<int>()));
+    if (clip["fields"] != 0) PrintRow("fields:", clip["fields"] == 1 ? "even rows first" : "odd rows first");
+    if (clip["pulldown"]["phase"] != 0)
+        PrintRow("pull-down:", "phase " + std::to_string(clip["pulldown"]["phase"].get<int>()) + ", removed (" +
+                                   clip["pulldown"]["source"].get<std::string>() + ")");
 }
 
 std::string ExtensionText(u32 code) {
@@ -59,8 +64,9 @@ std::string ExtensionText(u32 code) {
 void Info(const CommonOptions& common, const InputOptions& input, Report& report) {
     Material material(input);
     report.facts["input"] = material.Describe();
-    if (material.Numbers().empty()) throw Failure("no-frames", "'" + input.path + "' holds no frames");
     material.Plan(report, true);
+    Progress progress("info", int(material.Numbers().size()), common.progress);
+    material.CheckFiles(report, [&](int done) { progress.Show(done); });
     if (!common.json) PrintFacts(report.facts["input"]);
 }
 
@@ -75,7 +81,8 @@ void Formats(const CommonOptions& common, Report& report) {
                            {"extensions", extensions},
                            {"reads", (reads & KQFORMAT_READS) != 0},
                            {"writes", (reads & KQFORMAT_WRITES) != 0},
-                           {"files", reads & KQFORMAT_MULTIFRAME ? "one file a clip" : "one file a frame"}});
+                           {"files", reads & KQFORMAT_MULTIFRAME ? "one file a clip" : "one file a frame"},
+                           {"module", module->pluginInfo ? module->pluginInfo->FileSpec : "built in"}});
     }
     report.facts["formats"] = modules;
     if (common.json) return;

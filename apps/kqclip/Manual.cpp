@@ -1,7 +1,10 @@
 #include "apps/kqclip/Manual.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
+
+#include "apps/kqclip/Outcome.h"
 
 namespace kqclip {
 
@@ -21,51 +24,132 @@ std::string LongName(const CLI::Option* option) {
     return option->get_lnames().empty() ? "" : "--" + option->get_lnames()[0];
 }
 
+bool TakesValue(const CLI::Option* option) { return !IsPositional(option) && option->get_type_size() > 0; }
+
+// The words that an option takes: "auto|json|none" is such a list; none for a free value.
+std::vector<std::string> WordsOf(const CLI::Option* option) {
+    std::vector<std::string> words;
+    std::string list = TakesValue(option) ? option->get_type_name() : "";
+    if (list.find('|') == std::string::npos) return words;
+    for (size_t from = 0; from <= list.size();) {
+        size_t end = std::min(list.find('|', from), list.size());
+        words.push_back(list.substr(from, end - from));
+        from = end + 1;
+    }
+    return words;
+}
+
+std::string Joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+    return text;
+}
+
+// Options that every subcommand has: told once.
+bool IsCommon(const CLI::Option* option) {
+    static const char* const kCommon[] = {"--help", "--json", "--progress", "--modules"};
+    return std::find(std::begin(kCommon), std::end(kCommon), LongName(option)) != std::end(kCommon);
+}
+
 // Text of a manual page: backslashes and a dash for the typesetter, no line that begins with a control character.
 std::string Roff(const std::string& text) {
     std::string out;
     for (char c : text) {
-        if (c == '\\') out += "\\e";
-        else if (c == '-') out += "\\-";
-        else out += c;
+        if (c == '\\')
+            out += "\\e";
+        else if (c == '-')
+            out += "\\-";
+        else
+            out += c;
     }
     return !out.empty() && (out[0] == '.' || out[0] == '\'') ? "\\&" + out : out;
 }
 
-// "--name VALUE", or "--name" for a flag.
-std::string Usage(const CLI::Option* option) {
-    std::string text = IsPositional(option) ? option->get_name() : LongName(option);
-    if (!IsPositional(option) && option->get_expected_max() > 0 && option->get_items_expected_max() > 0 &&
-        option->get_type_size() > 0)
-        text += " " + (option->get_type_name().empty() ? std::string("VALUE") : option->get_type_name());
-    return text;
+std::string Default(const CLI::Option* option) {
+    return option->get_default_str().empty() ? "" : " (default: " + option->get_default_str() + ")";
 }
 
 void PrintManualOption(const CLI::Option* option) {
-    std::printf(".TP\n.B %s\n%s\n", Roff(Usage(option)).c_str(), Roff(option->get_description()).c_str());
+    std::string name = IsPositional(option) ? "\\fI" + Roff(option->get_name()) : "\\fB" + Roff(LongName(option));
+    std::string value = TakesValue(option) ? " \\fI" + Roff(option->get_type_name()) : "";
+    std::string text = Roff(option->get_description()) + Roff(Default(option)) + ".";
+    std::printf(".TP\n%s%s\\fR\n%s\n", name.c_str(), value.c_str(), text.c_str());
 }
 
+void PrintSynopsis(const CLI::App& app) {
+    std::printf(".SH SYNOPSIS\n.nf\n");
+    for (const CLI::App* command : CommandsOf(app)) {
+        std::printf("\\fBkqclip %s\\fR", command->get_name().c_str());
+        for (const CLI::Option* option : OptionsOf(*command))
+            if (IsPositional(option)) std::printf(" \\fI%s\\fR", option->get_name().c_str());
+        std::printf(" [\\fIoptions\\fR]\n");
+    }
+    std::printf(".fi\n");
+}
+
+constexpr const char* kDescription =
+    "A clip is a file, a folder that holds one clip, or a pattern for numbered files: shot[####].png, shot.####.png, "
+    "shot.%04d.png or shot.@@@@.png.\n"
+    "A numbered file that is named alone stands for the whole sequence around it; \\fB\\-\\-single\\fR takes it "
+    "alone.\n"
+    ".PP\n"
+    "An output is written beside its place and moved there once it is complete: what was there stays whole until "
+    "then.\n"
+    "Control\\-C stops, and leaves no unfinished output.\n";
+
+constexpr const char* kEnds =
+    ".SH ENVIRONMENT\n"
+    ".TP\n.B KQCLIP_MODULES\nFolders of format modules, separated as in PATH, in place of those beside the program and "
+    "of "
+    "the installed ones.\n"
+    ".TP\n.B KQLIB_FONT_DIR\nA folder whose TrueType files are listed beside the installed fonts.\n"
+    ".SH EXAMPLES\n"
+    ".TP\n.B kqclip info 'shot.####.png'\nWhat is in a sequence, and which numbers are missing.\n"
+    ".TP\n.B kqclip convert 'shot.####.png' shot.flm \\-\\-rate 24\nA film of all frames.\n"
+    ".TP\n.B kqclip convert shot.flm 'out/shot.####.tif' \\-\\-frames 10\\-20\nEleven frames, a file each.\n"
+    ".TP\n.B kqclip compare shot.flm 'out/shot.####.tif' \\-\\-frames 10\\-20\nHow near they are.\n";
+
 void PrintManual(const CLI::App& app) {
-    std::printf(".TH KQCLIP 1\n.SH NAME\nkqclip \\- look at clips, convert and compare them\n");
-    std::printf(".SH SYNOPSIS\n.B kqclip\n.I COMMAND\n[options]\n.SH DESCRIPTION\n%s\n", Roff(app.get_description()).c_str());
-    std::printf("A clip is a file, a folder that holds one clip, or a pattern for numbered files: shot[####].png, "
-                "shot.####.png, shot.%%04d.png or shot.@@@@.png.\n");
+    std::printf(
+        ".TH KQCLIP 1 \"\" \"kqclip %s\" \"User Commands\"\n.SH NAME\n"
+        "kqclip \\- look at clips, convert and compare them\n",
+        KQCLIP_VERSION);
+    PrintSynopsis(app);
+    std::printf(".SH DESCRIPTION\n%s\n%s", Roff(app.get_description()).c_str(), kDescription);
     std::printf(".SH COMMANDS\n");
     for (const CLI::App* command : CommandsOf(app)) {
         std::printf(".SS %s\n%s.\n", command->get_name().c_str(), Roff(command->get_description()).c_str());
-        for (const CLI::Option* option : OptionsOf(*command)) PrintManualOption(option);
+        for (const CLI::Option* option : OptionsOf(*command))
+            if (!IsCommon(option)) PrintManualOption(option);
     }
-    std::printf(".SH EXIT STATUS\n%s\n", Roff(app.get_footer()).c_str());
-    std::printf(".SH ENVIRONMENT\n.TP\n.B KQCLIP_MODULES\nA folder that is looked into for format modules.\n"
-                ".TP\n.B KQLIB_FONT_DIR\nA folder whose TrueType files are listed beside the installed fonts.\n");
+    std::printf(".SH OPTIONS OF EVERY COMMAND\n");
+    for (const CLI::Option* option : OptionsOf(*CommandsOf(app).front()))
+        if (IsCommon(option)) PrintManualOption(option);
+    std::printf(".SH EXIT STATUS\n");
+    for (const ExitMeaning& meaning : kExitMeanings)
+        std::printf(".TP\n.B %d\n%s.\n", meaning.code, Roff(meaning.text).c_str());
+    std::printf("%s", kEnds);
 }
 
+// Words after an option that has words, folders after one that takes a folder, options after a dash, else files.
 void PrintBash(const CLI::App& app) {
-    std::printf("# Completion of kqclip for bash.\n_kqclip() {\n    local word=${COMP_WORDS[COMP_CWORD]}\n    COMPREPLY=()\n"
-                "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n        COMPREPLY=($(compgen -W \"");
+    std::printf(
+        "# Completion of kqclip for bash.\n_kqclip() {\n"
+        "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]}\n    COMPREPLY=()\n"
+        "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n        COMPREPLY=($(compgen -W \"");
     for (const CLI::App* command : CommandsOf(app)) std::printf("%s ", command->get_name().c_str());
-    std::printf("--help --version\" -- \"$word\"))\n        return\n    fi\n    case $word in\n    -*) ;;\n"
-                "    *) COMPREPLY=($(compgen -f -- \"$word\")); return ;;\n    esac\n    case ${COMP_WORDS[1]} in\n");
+    std::printf("--help --version\" -- \"$word\"))\n        return\n    fi\n    case ${COMP_WORDS[1]}:$before in\n");
+    for (const CLI::App* command : CommandsOf(app))
+        for (const CLI::Option* option : OptionsOf(*command)) {
+            if (!TakesValue(option)) continue;
+            std::string make = "-W \"" + Joined(WordsOf(option)) + "\"";
+            if (option->get_type_name() == "DIR") make = "-d";
+            std::printf("    %s:%s) COMPREPLY=($(compgen %s -- \"$word\")); return ;;\n", command->get_name().c_str(),
+                        LongName(option).c_str(), make.c_str());
+        }
+    std::printf(
+        "    esac\n    case $word in\n    -*) ;;\n    *) COMPREPLY=($(compgen -f -- \"$word\")); return ;;\n    esac\n"
+        "    case ${COMP_WORDS[1]} in\n");
     for (const CLI::App* command : CommandsOf(app)) {
         std::printf("    %s) COMPREPLY=($(compgen -W \"", command->get_name().c_str());
         for (const CLI::Option* option : OptionsOf(*command))
@@ -82,18 +166,29 @@ std::string Quoted(const std::string& text, const char* quote) {
     return out;
 }
 
+// What zsh does behind an option: ":words:(...)", ":folder:_files -/", ":value: " or nothing for a flag.
+std::string ZshValue(const CLI::Option* option) {
+    if (!TakesValue(option)) return "";
+    if (option->get_type_name() == "DIR") return ":folder:_files -/";
+    std::vector<std::string> words = WordsOf(option);
+    return words.empty() ? ":" + option->get_type_name() + ": " : ":word:(" + Joined(words) + ")";
+}
+
 void PrintZsh(const CLI::App& app) {
     std::printf("#compdef kqclip\n# Completion of kqclip for zsh.\nlocal -a commands\ncommands=(\n");
     for (const CLI::App* command : CommandsOf(app))
         std::printf("    '%s:%s'\n", command->get_name().c_str(), Quoted(command->get_description(), "'\\''").c_str());
-    std::printf(")\nif (( CURRENT == 2 )); then\n    _describe command commands\n    return\nfi\ncase $words[2] in\n");
+    std::printf(
+        ")\nif (( CURRENT == 2 )); then\n    _describe command commands\n    return\nfi\n"
+        "local command=$words[2]\nshift words\n(( CURRENT-- ))\ncase $command in\n");
     for (const CLI::App* command : CommandsOf(app)) {
         std::printf("%s) _arguments '*:file:_files'", command->get_name().c_str());
         for (const CLI::Option* option : OptionsOf(*command)) {
             if (LongName(option).empty()) continue;
             std::string text;
-            for (char c : Quoted(option->get_description(), "'\\''")) text += c == '[' || c == ']' || c == ':' ? ' ' : c;
-            std::printf(" '%s[%s]'", LongName(option).c_str(), text.c_str());
+            for (char c : Quoted(option->get_description(), "'\\''"))
+                text += c == '[' || c == ']' || c == ':' ? ' ' : c;
+            std::printf(" '%s[%s]%s'", LongName(option).c_str(), text.c_str(), ZshValue(option).c_str());
         }
         std::printf(" ;;\n");
     }
@@ -106,21 +201,29 @@ void PrintFish(const CLI::App& app) {
         const char* name = command->get_name().c_str();
         std::printf("complete -c kqclip -n __fish_use_subcommand -f -a %s -d '%s'\n", name,
                     Quoted(command->get_description(), "\\'").c_str());
-        for (const CLI::Option* option : OptionsOf(*command))
-            if (!LongName(option).empty())
-                std::printf("complete -c kqclip -n '__fish_seen_subcommand_from %s' -l %s -d '%s'\n", name,
-                            LongName(option).c_str() + 2, Quoted(option->get_description(), "\\'").c_str());
+        for (const CLI::Option* option : OptionsOf(*command)) {
+            if (LongName(option).empty()) continue;
+            std::string words = Joined(WordsOf(option));
+            std::string value = words.empty() ? TakesValue(option) ? " -r" : "" : " -x -a '" + words + "'";
+            std::printf("complete -c kqclip -n '__fish_seen_subcommand_from %s' -l %s%s -d '%s'\n", name,
+                        LongName(option).c_str() + 2, value.c_str(), Quoted(option->get_description(), "\\'").c_str());
+        }
     }
 }
 
 }   // namespace
 
 bool Generate(const CLI::App& app, const std::string& what) {
-    if (what == "man") PrintManual(app);
-    else if (what == "bash") PrintBash(app);
-    else if (what == "zsh") PrintZsh(app);
-    else if (what == "fish") PrintFish(app);
-    else return false;
+    if (what == "man")
+        PrintManual(app);
+    else if (what == "bash")
+        PrintBash(app);
+    else if (what == "zsh")
+        PrintZsh(app);
+    else if (what == "fish")
+        PrintFish(app);
+    else
+        return false;
     return true;
 }
 

@@ -1,5 +1,5 @@
-// A clip as the command line names it: a file, a folder or a pattern; its frame numbers, its gaps, and the frames that a
-// subcommand shall go through.
+// A clip as the command line names it: a file, a folder or a pattern; its frame numbers, its gaps, and the frames that
+// a subcommand shall go through.
 #pragma once
 
 #include <memory>
@@ -12,54 +12,48 @@
 
 namespace kqclip {
 
-// The library from construction to destruction, without a window, with the format modules of `folders` behind the
-// built-in ones. Messages of the library for the user go to standard error.
-class Library {
-public:
-    // `showScan` shows the modules that are found, on standard error.
-    Library(const std::vector<std::string>& folders, bool showScan);
-    ~Library();
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
-};
-
-// Folders of format modules that are looked into without being named: KQCLIP_MODULES, or else the place where `make
-// install` puts them beside the program.
-std::vector<std::string> DefaultModuleFolders();
-
-// What to do about a frame number that is asked for and not there.
+// What to do about a frame that is asked for and not there, or that cannot be read.
 enum class Missing { Error, Hold, Nearest, Black, Skip };
 
 // How the input is to be taken; what is not given stays as the library finds it.
 struct InputOptions {
     std::string path;
-    std::string frames;                  // as ParseFrames reads it; empty: all from the first number to the last
+    std::string frames;   // as ParseFrames reads it; empty: all from the first number to the last
     Missing missing = Missing::Error;
-    bool single = false;                 // the named file alone, not the sequence around it
-    std::string extension;               // taken for the file's extension
+    bool single = false;     // the named file alone, not the sequence around it
+    std::string extension;   // taken for the file's extension
     std::optional<double> rate;
-    std::string alpha;                   // none, grey, straight, premultiplied; empty: guessed
+    std::string alpha;   // none, grey, straight, premultiplied; empty: guessed
     std::optional<KQFloatRGB> matte;
     bool invert = false;
-    std::optional<int> fields;           // 0, 1, 2
-    std::string pulldown;                // 0 to 5, or guess; empty: none
+    std::optional<int> fields;   // 0, 1, 2
+    std::string pulldown;        // 0 to 5, or guess; empty: none
 };
 
-// One frame to go through: its number, and the presented frame that stands for it, or -1 for black.
+// One frame to go through: its number, and the presented frame that stands for it, or -1 for black. A field of it, the
+// first 0 or the second 1, or -1 for the whole frame.
 struct Step {
     int number;
     int index;
     bool missing;
+    int field = -1;
 };
+
+struct ClipDeleter {
+    void operator()(KQClip* clip) const {
+        EndClipIOKQ(clip, nullptr);
+        CloseClipKQ(clip);
+        FreeClipKQ(clip);
+    }
+};
+
+using ClipHandle = std::unique_ptr<KQClip, ClipDeleter>;
 
 class Material {
 public:
     explicit Material(const InputOptions& options);
-    ~Material();
-    Material(const Material&) = delete;
-    Material& operator=(const Material&) = delete;
 
-    KQClip* Clip() const { return clip_; }
+    KQClip* Clip() const { return clip_.get(); }
 
     const std::string& Path() const { return options_.path; }
 
@@ -68,20 +62,35 @@ public:
     // The numbers that are there, ascending; for a file of all frames 0, 1, 2, ...
     const std::vector<int>& Numbers() const { return numbers_; }
 
-    // The numbers between the first and the last that are not there.
-    std::vector<int> Gaps() const;
+    // Whether a number between the first and the last is not there.
+    bool HasGaps() const;
 
     double Seconds() const { return clip_->frameRate > 0 ? clip_->frameCount / clip_->frameRate : 0; }
 
-    // The frames asked for, with the missing ones treated as wanted and told to `report`. `toleratesGaps`: a gap that
-    // was not asked for by number is skipped and told, whatever the policy (for looking, not for converting).
+    // The frames that --frames and --missing ask for. `toleratesGaps`: without --frames the numbers that are there, and
+    // gaps are noted as missing. Otherwise a gap is filled, skipped or a failure, as --missing says.
     std::vector<Step> Plan(Report& report, bool toleratesGaps) const;
 
-    // Puts a step's frame into a 32-bit bitmap at the bitmap's size. A frame whose data the end of the file cuts is told
-    // to `report`; one that fails throws.
-    void Fetch(const Step& step, KQBitmap* bitmap, Report& report) const;
+    // Puts a step's frame into the bitmap (32 bits); a frame of another size than the clip is scaled. Damage is noted
+    // in the report. A frame that cannot be read at all is replaced as --missing says, and throws Failure where that is
+    // an error. False when it shall be left out; the bitmap is black then.
+    bool Fetch(const Step& step, KQBitmap* bitmap, Report& report) const;
 
-    // What the clip is, for JSON.
+    // Looks at the head of each file of a sequence: what cannot be opened and what has another size goes to the report.
+    // `tell` is called for each file that was looked at.
+    template <class Tell>
+    void CheckFiles(Report& report, Tell tell) const {
+        if (!sequence_ || clip_->pullDown) return;
+        for (int i = 0; i < int(numbers_.size()); ++i) {
+            CheckFile(i, report);
+            tell(i + 1);
+        }
+    }
+
+    // Whether `file` is one of the files that are read.
+    bool Reads(const std::string& file) const;
+
+    // What the JSON output and `info` tell.
     Json Describe() const;
 
 private:
@@ -90,15 +99,30 @@ private:
     void OpenPattern(const Pattern& pattern);
     void OpenFolder(const std::string& folder);
     void Interpret();
+    void InterpretAlpha();
+    void InterpretTime();
+    ClipHandle OpenAlone(const std::string& file) const;
+    std::string FileOf(int index) const;
+    std::string NameOfFrame(int number, int index) const;
+    std::string GapText() const;
+    void CheckFile(int index, Report& report) const;
+    int Stand(int number, size_t at) const;
+    std::string Read(const Step& step, KQBitmap* bitmap, Report& report) const;
+    void NoteOtherSize(const Step& step, const KQClip* other, Report& report) const;
+    bool ReadRetrieved(KQClip* clip, int index, int field, KQBitmap* bitmap) const;
+    bool Replace(const Step& step, const std::string& why, KQBitmap* bitmap, Report& report) const;
+    void Borrow(const Step& step, KQBitmap* bitmap) const;
     std::string AlphaSource() const;
+    bool FormatTellsAlpha() const;
 
     InputOptions options_;
-    KQClip* clip_ = nullptr;
+    ClipHandle clip_;
     bool sequence_ = false;
     std::vector<int> numbers_;
 };
 
-// The extension as the library's modules know it: three letters ("tiff" becomes "tif").
+// The extension as the library's modules know it: three letters, or four that only a tag can ask for; "tiff" becomes
+// "tif".
 std::string ShortExtension(const std::string& extension);
 
 struct BitmapDeleter {
@@ -109,11 +133,5 @@ using Bitmap = std::unique_ptr<KQBitmap, BitmapDeleter>;
 
 // A 32-bit bitmap; throws Failure when there is no memory for it.
 Bitmap MakeBitmap(i32 width, i32 height);
-
-// The modules in the order in which they are asked.
-std::vector<KQFormatDesc*> Modules();
-
-// The code that CheckFile takes for an extension of up to four letters.
-u32 ExtensionCode(const std::string& extension);
 
 }   // namespace kqclip

@@ -11,7 +11,7 @@ namespace kqclip {
 struct Pattern {
     std::string folder;   // with its separator, or empty
     std::string head, tail;
-    int digits = 0;       // least number of digits
+    int digits = 0;   // least number of digits
 
     // The path of frame `number`; nothing for a number below 0 or one that has more digits than `widest` allows.
     std::optional<std::string> PathOf(int number) const;

@@ -1,6 +1,9 @@
 #include "apps/kqclip/Outcome.h"
 
 #include <csignal>
+#include <mutex>
+
+#include "apps/kqclip/Host.h"
 
 namespace kqclip {
 
@@ -10,16 +13,38 @@ volatile std::sig_atomic_t interrupted = 0;
 
 void NoteInterrupt(int) { interrupted = 1; }
 
-struct Reason {
-    const char* code;
-    const char* why;
+// A module may speak from a thread of its own.
+struct Listener {
+    std::mutex lock;
+    std::vector<std::string> lines;
+    size_t mark = 0;
 };
+
+Listener& TheListener() {
+    static Listener listener;
+    return listener;
+}
+
+// A module that repeats itself for each of many frames is heard so often.
+constexpr size_t kMostLines = 1000;
+
+void Hear(const char* text) {
+    std::string line = text;
+    for (char& c : line)
+        if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    Listener& listener = TheListener();
+    std::lock_guard hold(listener.lock);
+    if (listener.lines.size() < kMostLines) listener.lines.push_back(line);
+}
+
+}   // namespace
 
 Reason ReasonOf(u32 error) {
     switch (error) {
     case KQERR_NOMEM: return {"no-memory", "out of memory"};
     case KQERR_DISKFULL: return {"disk-full", "the disk is full; free some space and try again"};
-    case KQERR_CREATE: return {"cannot-create", "it cannot be created"};
+    case KQERR_CREATE: return {"cannot-create", "it cannot be created; look at the rights of its folder"};
     case KQERR_ACCESS: return {"access-denied", "access is denied, or another program uses it"};
     case KQERR_WRITEPROTECT: return {"write-protected", "the medium is write protected"};
     case KQERR_NOTFOUND: return {"not-found", "there is no such file"};
@@ -32,17 +57,33 @@ Reason ReasonOf(u32 error) {
     }
 }
 
-}   // namespace
-
 Failure LibraryFailure(const std::string& what, const std::string& file, u32 error) {
     Reason reason = ReasonOf(error);
-    return Failure(reason.code, "cannot " + what + " '" + file + "': " + reason.why);
+    return Failure(reason.code, "cannot " + what + " '" + file + "': " + reason.why + Said());
 }
 
-void CatchInterrupts() {
-    std::signal(SIGINT, NoteInterrupt);
-    std::signal(SIGTERM, NoteInterrupt);
+void ListenToModules() {
+    SetDebugSinkKQ(Hear);
+    SetUserSinkKQ(Hear);
 }
+
+std::vector<std::string> AllSaid() {
+    std::lock_guard hold(TheListener().lock);
+    return TheListener().lines;
+}
+
+void ListenAnew() {
+    std::lock_guard hold(TheListener().lock);
+    TheListener().mark = TheListener().lines.size();
+}
+
+std::string Said() {
+    Listener& listener = TheListener();
+    std::lock_guard hold(listener.lock);
+    return listener.mark < listener.lines.size() ? "; the module says: " + listener.lines.back() : "";
+}
+
+void CatchInterrupts() { OnStopWish(NoteInterrupt); }
 
 void ThrowIfInterrupted() {
     if (interrupted) throw Interrupted();

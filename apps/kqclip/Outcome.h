@@ -23,8 +23,23 @@ enum ExitCode {
     kInterrupted = 130,
 };
 
-// A failure that ends the subcommand. `code` is a stable word for programs; the text is one line that says what, which
-// file, why and, where there is something to do, what.
+// What --help and the manual page say about them.
+struct ExitMeaning {
+    int code;
+    const char* text;
+};
+
+inline constexpr ExitMeaning kExitMeanings[] = {
+    {kDone, "done"},
+    {kFailed, "failed; one line on standard error says what, where, why and what to do"},
+    {kWrongUse, "wrong use: the command line makes no sense; nothing was done"},
+    {kDamaged, "done, but something in the input was damaged or missing"},
+    {kDifferent, "compared, and different"},
+    {kInterrupted, "stopped by Control-C or by the system; no unfinished output is left"},
+};
+
+// A failure that ends the subcommand. `code` is a stable word for programs, of those that docs/kqclip.schema.json
+// lists; the text is one line that says what, which file, why and, where there is something to do, what.
 class Failure : public std::runtime_error {
 public:
     Failure(std::string code, const std::string& text, int exitCode = kFailed)
@@ -42,22 +57,49 @@ private:
 // Control-C was pressed.
 class Interrupted : public std::exception {};
 
-// A failure of the library: "cannot WHAT 'FILE': WHY", with the stable code of the library's error.
+// The stable word and the reason of an error code of the library.
+struct Reason {
+    const char* code;
+    const char* why;
+};
+
+Reason ReasonOf(u32 error);
+
+// A failure of the library: "cannot WHAT 'FILE': WHY", with what the module said since the last call of ListenAnew.
 Failure LibraryFailure(const std::string& what, const std::string& file, u32 error);
+
+// Notes what the library and its modules say, to the user and as diagnostics, from the start of the library on.
+void ListenToModules();
+
+// Everything that was said so far, line by line.
+std::vector<std::string> AllSaid();
+
+// Forgets what belongs to earlier work; Said is "" or "; the module says: TEXT" of what came since.
+void ListenAnew();
+std::string Said();
 
 // Makes Control-C set a flag; ThrowIfInterrupted turns it into Interrupted at a safe place.
 void CatchInterrupts();
 void ThrowIfInterrupted();
 
+struct Warning {
+    std::string code;   // a stable word
+    std::string text;
+};
+
 // What a subcommand has to tell beside its plain text.
 struct Report {
     Json facts = Json::object();
-    std::vector<std::string> warnings;
+    std::vector<Warning> warnings;
+    long framesRead = 0;
+    std::string missing;          // asked for and not there, as --frames takes them
+    std::vector<int> damaged;     // not readable, or only in part
+    std::vector<int> otherSize;   // of another size than the clip
     int exitCode = kDone;
 
     // Notes something damaged or missing in the input: the run is done, but not with exit code 0.
-    void Warn(const std::string& text) {
-        warnings.push_back(text);
+    void Warn(const std::string& code, const std::string& text) {
+        warnings.push_back({code, text});
         if (exitCode == kDone) exitCode = kDamaged;
     }
 };

@@ -1,6 +1,11 @@
 // Files that the tool writes. What exists under a name stays whole until its replacement is complete: everything is
-// written into a folder of its own beside the target and moved into place at the end; a run that fails or is
-// interrupted removes that folder, and a later run removes what a killed one left.
+// written into a hidden folder of its own beside the target and moved into place at the end, each file by one rename.
+//
+// A run that fails or is interrupted removes its folder. What a killed run left is seen to by the next run that writes
+// to the same place: files that were not complete are removed, and a complete set whose move was cut short is moved on.
+// The latter is done before a clip is read, too, so that nobody sees half of an old sequence and half of a new one.
+// Folders are told from those of runs that are still at work by the process in their name; on a disk that machines
+// share, a folder of another machine is left alone for a day.
 #pragma once
 
 #include <filesystem>
@@ -14,7 +19,8 @@ std::string TextOf(const std::filesystem::path& path);
 
 class Staging {
 public:
-    // For files of the folder that holds `target`; throws Failure when that folder cannot be written.
+    // For files of the folder that holds `target`, which is made when it is not there; throws Failure when it cannot be
+    // written.
     explicit Staging(const std::string& target);
     ~Staging();
     Staging(const Staging&) = delete;
@@ -23,11 +29,23 @@ public:
     // The path under which to write the file that shall be called `name`.
     std::string PathOf(const std::string& name) const;
 
-    // Moves every file into place, replacing what is there; throws Failure when one cannot be.
+    // Moves every file into place, replacing what is there; throws Failure when one cannot be. Then those before it are
+    // replaced and the rest stays as it was.
     void Commit();
 
 private:
+    void MakeHome(const std::string& target);
+    void MakeFolder(const std::string& target);
+
     std::filesystem::path folder_, home_;
+    std::vector<std::filesystem::path> made_;   // folders that were made for the target, the outermost first
+    bool committed_ = false;
 };
+
+// Completes what killed runs had complete and did not get to move into the folder of `path`.
+void FinishKilledMoves(const std::string& path);
+
+// Writes one whole file, staged; throws Failure.
+void WriteWhole(const std::string& target, const std::string& bytes);
 
 }   // namespace kqclip

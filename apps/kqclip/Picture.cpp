@@ -2,10 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <fstream>
 
-#include "apps/kqclip/Naming.h"
 #include "apps/kqclip/Outcome.h"
 #include "apps/kqclip/Output.h"
 
@@ -26,8 +23,8 @@ namespace {
 
 // What of a source row or column a target pixel covers.
 struct Span {
-    int first, last;      // source indices, both included
-    double head, tail;    // shares of the first and the last
+    int first, last;     // source indices, both included
+    double head, tail;   // shares of the first and the last
 };
 
 std::vector<Span> Spans(int source, int target) {
@@ -102,6 +99,13 @@ void Picture::TakePixels(const KQBitmap* bitmap) {
     }
 }
 
+void Picture::Blend(int x, int y, Colour colour, double share) {
+    if (x < 0 || y < 0 || x >= width_ || y >= height_) return;
+    u8* pixel = At(x, y);
+    const u8 over[3] = {colour.red, colour.green, colour.blue};
+    for (int c = 0; c < 3; ++c) pixel[c] = u8(std::lround(pixel[c] + (over[c] - pixel[c]) * share));
+}
+
 void Picture::DrawText(int x, int y, int scale, const std::string& text, Colour colour) {
     struct Vertex {
         float x, y, z;
@@ -125,15 +129,13 @@ int Picture::TextWidth(int scale, const std::string& text) {
 }
 
 void Picture::WritePNG(const std::string& file) const {
-    Staging staging(file);
-    std::ofstream stream(PathFrom(staging.PathOf(NameOf(file))), std::ios::binary | std::ios::trunc);
-    auto put = [](void* to, void* bytes, int count) {
-        static_cast<std::ofstream*>(to)->write(static_cast<char*>(bytes), count);
+    std::string bytes;
+    auto put = [](void* to, void* from, int count) {
+        static_cast<std::string*>(to)->append(static_cast<char*>(from), size_t(count));
     };
-    bool written = stream && stbi_write_png_to_func(put, &stream, width_, height_, 4, pixels_.data(), width_ * 4);
-    stream.close();
-    if (!written || !stream) throw Failure("cannot-write", "cannot write '" + file + "': the disk is full or the write failed");
-    staging.Commit();
+    if (!stbi_write_png_to_func(put, &bytes, width_, height_, 4, pixels_.data(), width_ * 4))
+        throw Failure("no-memory", "out of memory for the picture '" + file + "'; choose a smaller size");
+    WriteWhole(file, bytes);
 }
 
 }   // namespace kqclip

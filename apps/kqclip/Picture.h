@@ -29,6 +29,9 @@ public:
     // Takes the pixels of a bitmap of the picture's size as they are, alpha included.
     void TakePixels(const KQBitmap* bitmap);
 
+    // Lays `share`, 0 to 1, of a colour over the pixel; one beside the picture is left alone.
+    void Blend(int x, int y, Colour colour, double share);
+
     // Draws text with its top left at (x, y), `scale` pixels a dot; TextWidth tells its width.
     void DrawText(int x, int y, int scale, const std::string& text, Colour colour);
     static int TextWidth(int scale, const std::string& text);

@@ -2,15 +2,26 @@
 
 #include <cstdio>
 
-#if defined(_WIN32)
-#include <io.h>
-#define isatty _isatty
-#define fileno _fileno
-#else
-#include <unistd.h>
-#endif
+#include "apps/kqclip/Host.h"
 
 namespace kqclip {
+
+namespace {
+
+// "42 s", "3:07" or "1:02:09".
+std::string Clock(double seconds) {
+    long whole = long(seconds + 0.5);
+    char text[40];
+    if (whole < 60)
+        std::snprintf(text, sizeof text, "%ld s", whole);
+    else if (whole < 3600)
+        std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
+    else
+        std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
+    return text;
+}
+
+}   // namespace
 
 Progress::Progress(std::string work, int total, const std::string& mode)
     : work_(std::move(work)),
@@ -20,7 +31,7 @@ Progress::Progress(std::string work, int total, const std::string& mode)
       start_(std::chrono::steady_clock::now()),
       last_(start_) {}
 
-bool Progress::OnTerminal(const std::string& mode) { return mode == "auto" && isatty(fileno(stderr)); }
+bool Progress::OnTerminal(const std::string& mode) { return mode == "auto" && ErrorsGoToTerminal(); }
 
 Progress::~Progress() {
     if (shown_ && line_) std::fprintf(stderr, "\r\033[K");
@@ -40,13 +51,15 @@ void Progress::Show(int done) {
 }
 
 void Progress::ShowLine(int done, double rate, double left) {
-    std::fprintf(stderr, "\r%s: %d of %d, %d %%, %.1f a second, %.0f s left\033[K", work_.c_str(), done, total_,
-                 int(100LL * done / total_), rate, left);
+    std::fprintf(stderr, "\r%s: %d of %d, %d %%, %.1f a second, %s left\033[K", work_.c_str(), done, total_,
+                 int(100LL * done / total_), rate, Clock(left).c_str());
 }
 
 void Progress::ShowJson(int done, double rate, double left) {
-    std::fprintf(stderr, "{\"progress\":{\"work\":\"%s\",\"done\":%d,\"total\":%d,\"rate\":%.2f,\"secondsLeft\":%.1f}}\n",
-                 work_.c_str(), done, total_, rate, left);
+    std::fprintf(stderr,
+                 "{\"progress\":{\"work\":\"%s\",\"done\":%d,\"total\":%d,\"percent\":%d,\"rate\":%.2f,"
+                 "\"secondsLeft\":%.1f}}\n",
+                 work_.c_str(), done, total_, int(100LL * done / total_), rate, left);
 }
 
 }   // namespace kqclip

@@ -11,6 +11,8 @@ public:
     // `total` steps of `work`; `mode` is auto (a terminal only), json or none.
     Progress(std::string work, int total, const std::string& mode);
     ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
 
     // Whether `mode` shows a line that rewrites itself: auto, and standard error is a terminal.
     static bool OnTerminal(const std::string& mode);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "apps/kqclip/Commands.h"
+#include "apps/kqclip/Lettering.h"
 #include "apps/kqclip/Picture.h"
 #include "apps/kqclip/Progress.h"
 
@@ -17,10 +18,14 @@ constexpr Colour kCell = {40, 41, 45};
 constexpr Colour kInk = {214, 216, 220};
 constexpr Colour kPaleInk = {140, 144, 152};
 
+constexpr Colour kAlarm = {224, 122, 95};
+
 constexpr int kMargin = 16;
 constexpr int kGap = 10;
-constexpr int kHeader = 32;
-constexpr int kLabel = 18;
+constexpr int kHeader = 36;
+constexpr int kLabel = 20;
+constexpr int kNameHeight = 22;
+constexpr int kTextHeight = 14;
 
 // All steps, or as many of them as are wanted at even distances, the first and the last among them.
 std::vector<Step> EvenChoice(const std::vector<Step>& steps, int wanted) {
@@ -48,11 +53,11 @@ std::string FactsOf(const Material& material) {
     return text;
 }
 
-void DrawHeader(Picture& sheet, const Material& material) {
+void DrawHeader(Picture& sheet, Lettering& letters, const Material& material) {
     std::string name = NameOf(material.Clip()->fileSpec), facts = FactsOf(material);
-    sheet.DrawText(kMargin, kMargin, 2, name, kInk);
-    int x = kMargin + Picture::TextWidth(2, name) + 2 * kGap;
-    if (x + Picture::TextWidth(1, facts) <= sheet.Width() - kMargin) sheet.DrawText(x, kMargin + 6, 1, facts, kPaleInk);
+    int x = letters.Draw(sheet, kMargin, kMargin + kNameHeight, kNameHeight, name, kInk) + 2 * kGap;
+    if (x + letters.Width(kTextHeight, facts) <= sheet.Width() - kMargin)
+        letters.Draw(sheet, x, kMargin + kNameHeight - 1, kTextHeight, facts, kPaleInk);
 }
 
 // How the cells stand on the sheet.
@@ -69,58 +74,100 @@ struct Layout {
     long Height() const { return 2L * kMargin + kHeader + long(rows) * (cell.height + kLabel + kGap) - kGap; }
 };
 
+// Of the numbers of columns near `about` the one whose last row is fullest, the nearest of several.
+int Fullest(int count, int about) {
+    int best = about;
+    auto empty = [count](int columns) { return (columns - count % columns) % columns; };
+    for (int away = 1; away <= std::max(about / 4, 1); ++away)
+        for (int columns : {about + away, about - away})
+            if (columns > 0 && empty(columns) < empty(best)) best = columns;
+    return best;
+}
+
 Layout LayOut(Size cell, int count, int columns) {
     double shape = double(cell.height + kLabel + kGap) / (cell.width + kGap);
-    if (columns == 0) columns = std::max(int(std::lround(std::sqrt(count * shape * 1.4))), 1);
+    if (columns == 0) columns = Fullest(count, std::max(int(std::lround(std::sqrt(count * shape * 1.4))), 1));
     columns = std::min(columns, count);
     return {cell, columns, (count + columns - 1) / columns};
+}
+
+// A frame that cannot be read.
+void DrawDamaged(Picture& sheet, Lettering& letters, int x, int y, Size cell) {
+    const char* text = "damaged";
+    int left = std::max((cell.width - letters.Width(kTextHeight, text)) / 2, 2);
+    letters.Draw(sheet, x + left, y + (cell.height + kTextHeight) / 2, kTextHeight, text, kAlarm);
+}
+
+// A shell that expands shot.*.png to two names would have the second overwritten.
+void RefuseInput(const Material& material, const std::string& output) {
+    if (material.Reads(output))
+        throw Failure("wrong-use", "cannot write '" + output + "': it is a file of the input; choose another name",
+                      kWrongUse);
 }
 
 }   // namespace
 
 void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOptions& options, Report& report) {
-    Material material(input);
+    InputOptions lenient = input;   // a sheet shows what there is
+    if (input.missing == Missing::Error && input.frames.empty()) lenient.missing = Missing::Skip;
+    Material material(lenient);
     report.facts["input"] = material.Describe();
+    RefuseInput(material, options.output);
     std::vector<Step> steps = EvenChoice(material.Plan(report, true), options.most);
     if (steps.empty()) throw Failure("no-frames", "no frame of '" + input.path + "' is left to show");
-    Layout layout = LayOut(Fit(material.Clip(), options.cellWidth, options.cellHeight), int(steps.size()),
-                           options.columns);
+    Layout layout =
+        LayOut(Fit(material.Clip(), options.cellWidth, options.cellHeight), int(steps.size()), options.columns);
     if (layout.Width() > 32767 || layout.Height() > 32767)
         throw Failure("too-large", "the sheet of '" + input.path +
                                        "' would be larger than 32767 pixels; choose smaller cells or fewer frames");
     Picture sheet(int(layout.Width()), int(layout.Height()), kPaper);
-    DrawHeader(sheet, material);
+    Lettering letters;
+    DrawHeader(sheet, letters, material);
     Bitmap bitmap = MakeBitmap(material.Clip()->width, material.Clip()->height);
     Progress progress("sheet", int(steps.size()), common.progress);
     for (int i = 0; i < int(steps.size()); ++i) {
         int x = layout.X(i), y = layout.Y(i);
-        material.Fetch(steps[size_t(i)], bitmap.get(), report);
         sheet.FillRect(x, y, layout.cell.width, layout.cell.height, kCell);
-        sheet.DrawScaled(bitmap.get(), x, y, layout.cell.width, layout.cell.height);
-        sheet.DrawText(x, y + layout.cell.height + 5, 1, std::to_string(steps[size_t(i)].number), kPaleInk);
+        if (material.Fetch(steps[size_t(i)], bitmap.get(), report))
+            sheet.DrawScaled(bitmap.get(), x, y, layout.cell.width, layout.cell.height);
+        else
+            DrawDamaged(sheet, letters, x, y, layout.cell);
+        letters.Draw(sheet, x, y + layout.cell.height + kLabel - 2, kTextHeight,
+                     std::to_string(steps[size_t(i)].number), kPaleInk);
         progress.Show(i + 1);
     }
     sheet.WritePNG(options.output);
-    report.facts["output"] = {{"path", options.output}, {"width", sheet.Width()}, {"height", sheet.Height()},
-                              {"shown", steps.size()}, {"columns", layout.columns}};
+    report.facts["output"] = {{"path", options.output},
+                              {"width", sheet.Width()},
+                              {"height", sheet.Height()},
+                              {"shown", steps.size()},
+                              {"columns", layout.columns}};
+    if (!common.json)
+        std::printf("wrote a sheet of %zu frames: %s, %d x %d pixels\n", steps.size(), options.output.c_str(),
+                    sheet.Width(), sheet.Height());
 }
 
-void Frame(const CommonOptions&, const InputOptions& input, const FrameOptions& options, Report& report) {
+void Frame(const CommonOptions& common, const InputOptions& input, const FrameOptions& options, Report& report) {
     InputOptions one = input;
     one.frames = std::to_string(options.number);
     Material material(one);
     report.facts["input"] = material.Describe();
     Size size = options.size.empty() ? Size{material.Clip()->width, material.Clip()->height}
                                      : ParseSize(options.size, "--size");
+    RefuseInput(material, options.output);
     std::vector<Step> steps = material.Plan(report, false);
-    if (steps.empty()) throw Failure("missing-frames", "'" + input.path + "' has no such frame to write");
     Bitmap bitmap = MakeBitmap(size.width, size.height);
-    material.Fetch(steps[0], bitmap.get(), report);
+    if (steps.empty() || !material.Fetch(steps[0], bitmap.get(), report))
+        throw Failure("missing-frames",
+                      "'" + input.path + "' has no frame " + one.frames + " to write; see 'kqclip info'");
     Picture picture(size.width, size.height, {0, 0, 0});
     picture.TakePixels(bitmap.get());
     picture.WritePNG(options.output);
-    report.facts["output"] = {{"path", options.output}, {"width", size.width}, {"height", size.height},
-                              {"number", options.number}};
+    report.facts["output"] = {
+        {"path", options.output}, {"width", size.width}, {"height", size.height}, {"number", options.number}};
+    if (!common.json)
+        std::printf("wrote frame %d as %s, %d x %d pixels\n", options.number, options.output.c_str(), size.width,
+                    size.height);
 }
 
 }   // namespace kqclip

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 
 #include "apps/kqclip/Commands.h"
@@ -75,7 +74,7 @@ std::vector<u8> Characters(const std::string& utf8, Report& report) {
             beyond = true;
         }
     }
-    if (beyond) report.Warn("characters beyond Latin-1 are drawn as question marks");
+    if (beyond) report.Warn("substituted-characters", "characters beyond Latin-1 are drawn as question marks");
     return characters;
 }
 
@@ -156,7 +155,7 @@ Line LayOut(KQFont* font, const std::vector<u8>& characters) {
         line.advance += x;
         line.kerned += x != 0;
     }
-    line.box.Include(line.advance, GetLineAdvanceKQ(font));
+    line.box.Include(line.advance, -GetLineAdvanceKQ(font));   // the origin lies at the foot of the line
     return line;
 }
 
@@ -168,12 +167,7 @@ void WriteSvg(const std::string& path, const Line& line) {
     std::snprintf(head, sizeof head,
                   "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%d\" height=\"%d\" viewBox=\"%d %d %d %d\">\n",
                   width, height, left, top, width, height);
-    Staging staging(path);
-    std::ofstream file(PathFrom(staging.PathOf(TextOf(PathFrom(path).filename()))), std::ios::binary);
-    file << head << line.paths << "</svg>\n";
-    file.close();
-    if (!file) throw Failure("write-failed", "cannot write '" + path + "'");
-    staging.Commit();
+    WriteWhole(path, head + line.paths + "</svg>\n");
 }
 
 Json Describe(const KQFont* font) {
@@ -200,7 +194,7 @@ void Fonts(const CommonOptions& common, Report& report) {
     }
 }
 
-void Text(const CommonOptions&, const TextOptions& options, Report& report) {
+void Text(const CommonOptions& common, const TextOptions& options, Report& report) {
     FontList fonts;
     KQFont* font = Choose(fonts, options.font);
     std::string name = font->node.Name;
@@ -210,13 +204,16 @@ void Text(const CommonOptions&, const TextOptions& options, Report& report) {
     std::vector<u8> characters = Characters(options.text, report);
     Line line = LayOut(font, characters);
     if (line.missing)
-        report.Warn("the font '" + name + "' gives no outline for " + std::to_string(line.missing) + " characters");
+        report.Warn("no-outline",
+                    "the font '" + name + "' gives no outline for " + std::to_string(line.missing) + " characters");
     WriteSvg(options.output, line);
     report.facts["font"] = Describe(font);
     report.facts["output"] = {{"path", options.output},     {"characters", characters.size()},
                               {"advance", line.advance},    {"lineAdvance", GetLineAdvanceKQ(font)},
                               {"kernedPairs", line.kerned}, {"size", options.size},
                               {"dpi", options.dpi}};
+    if (!common.json)
+        std::printf("wrote %zu characters in %s as %s\n", characters.size(), name.c_str(), options.output.c_str());
 }
 
 }   // namespace kqclip

@@ -24,3 +24,8 @@ KQ_API int AskUserKQ(const char* format, ...) KQ_PRINTF(1, 2);
 
 // The same with a format of the catalogue; 1 when there is no such string.
 KQ_API int AskUserKQ(u32 stringNumber, ...);
+
+// Sets the function that receives each text of the calls above in place of standard error, null for standard error
+// again. A question that comes this way gets the answer that changes nothing all the same. The text is valid during the
+// call only; the sink is called on the thread of the message and must not call the library.
+KQ_API void SetUserSinkKQ(void (*sink)(const char* text));

@@ -39,6 +39,22 @@ TEST_F(UserChannel, WithoutAListenerEachMessageIsOneLineOnStandardError) {
     EXPECT_EQ(text, "two lines  \nstop\n");
 }
 
+std::vector<std::string> heard;
+
+TEST_F(UserChannel, ASinkHearsWhatWouldGoToStandardError) {
+    kq::SetUserListener(nullptr, nullptr);
+    heard.clear();
+    SetUserSinkKQ([](const char* text) { heard.push_back(text); });
+    testing::internal::CaptureStderr();
+    UserMessageKQ("frame %d", 3);
+    StopAlertKQ("stop");
+    EXPECT_EQ(AskUserKQ("delete it?"), 0);
+    SetUserSinkKQ(nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(heard, (std::vector<std::string>{"frame 3", "stop", "delete it?"}));
+    heard = {};
+}
+
 TEST_F(UserChannel, AQuestionThatNobodyAnswersChangesNothing) {
     kq::SetUserListener(nullptr, nullptr);
     testing::internal::CaptureStderr();

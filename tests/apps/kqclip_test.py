@@ -1,72 +1,14 @@
-"""Tests of the command-line tool: what it prints, writes and answers, on files made here byte by byte.
-
-    kqclip_test.py KQCLIP [RUNNER]     RUNNER starts programs of another platform
-"""
-import json
+"""Tests of the command-line tool: what it prints, writes and answers, on files made here byte by byte."""
 import os
-import random
 import shutil
 import struct
 import subprocess
-import sys
-import tempfile
-import unittest
+import zlib
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "peers"))
-import vpb
-
-COMMAND: list = []
+from tool import COMMAND, ToolTest, film_of, filmstrip, main, pictures_of, vpb
 
 
-def filmstrip(width, height, frames, rate=24, leading=16, seed=1):
-    """A Filmstrip of random opaque pictures; (bytes, [picture as red, green, blue, alpha])."""
-    rng = random.Random(seed)
-    pictures = []
-    data = b""
-    for _ in range(frames):
-        picture = b"".join(rng.randbytes(3) + b"\xff" for _ in range(width * height))
-        pictures.append(picture)
-        data += picture + bytes(width * leading * 4)
-    data += bytes(width * leading * 4)
-    trailer = b"Rand" + struct.pack(">IHHHHHH", frames, 0, 0, width, height, leading, rate) + bytes(16)
-    return data + trailer, pictures
-
-
-class KqclipTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.home = os.getcwd()
-        os.chdir(folder.name)
-        self.addCleanup(os.chdir, self.home)
-
-    def run_tool(self, *arguments, code=0):
-        done = subprocess.run([*COMMAND, *arguments], capture_output=True, timeout=120, stdin=subprocess.DEVNULL)
-        self.assertEqual(done.returncode, code, (arguments, done.stdout, done.stderr))
-        return [stream.decode().replace("\r\n", "\n") for stream in (done.stdout, done.stderr)]
-
-    def run_json(self, *arguments, code=0):
-        out, _ = self.run_tool(*arguments, "--json", code=code)
-        answer = json.loads(out)
-        self.assertEqual(answer["exitCode"], code)
-        self.assertEqual(answer["ok"], code == 0)
-        return answer
-
-    def write(self, name, data):
-        with open(name, "wb") as file:
-            file.write(data)
-        return name
-
-    def film(self, name="a.flm", width=8, height=6, frames=5, **more):
-        data, pictures = filmstrip(width, height, frames, **more)
-        self.write(name, data)
-        return pictures
-
-    def stills(self, numbers, digits=4):
-        for number in numbers:
-            data = bytearray(vpb.random_file(random.Random(7)))
-            self.write(f"shot.{number:0{digits}d}.vpb", data)
-
+class KqclipTest(ToolTest):
     # What is in a clip.
 
     def test_info_tells_format_size_frames_and_rate(self):
@@ -105,13 +47,6 @@ class KqclipTest(unittest.TestCase):
         self.assertTrue(self.run_json("compare", "a.flm", f"b.{extension}", "--modules", ".")["comparison"]["equal"])
 
     # Failures: one line, a stable code, no crash.
-
-    def assert_fails(self, code, *arguments, exit_code=1):
-        answer = self.run_json(*arguments, code=exit_code)
-        self.assertEqual(answer["error"]["code"], code)
-        _, err = self.run_tool(*arguments, code=exit_code)
-        self.assertEqual(err.count("\n"), 1, err)
-        self.assertTrue(err.startswith("kqclip: "), err)
 
     def test_a_missing_file_is_not_found(self):
         self.assert_fails("not-found", "info", "none.flm")
@@ -172,7 +107,7 @@ class KqclipTest(unittest.TestCase):
         self.assert_fails("missing-frames", "convert", "shot.####.vpb", "o.flm")
         for policy, frames in (("hold", 4), ("nearest", 4), ("black", 4), ("skip", 3)):
             answer = self.run_json("convert", "shot.####.vpb", f"{policy}.flm", "--missing", policy, code=3)
-            self.assertEqual(answer["missing"], [3])
+            self.assertEqual(answer["missing"], "3")
             self.assertEqual(self.run_json("info", f"{policy}.flm")["input"]["frames"], frames)
 
     # Pictures and conversions.
@@ -270,7 +205,281 @@ class KqclipTest(unittest.TestCase):
             for command in ("info", "sheet", "frame", "convert", "compare", "formats"):
                 self.assertIn(command, out, form)
 
+    # Frames that are there in part, damaged, or of another size.
+
+    def test_a_list_of_negative_numbers_is_held_from_the_first(self):
+        pictures = self.film()
+        self.run_tool("convert", "a.flm", "b.flm", "--frames", "-10--5", "--missing", "hold", code=3)
+        self.assertEqual(pictures_of(self.read("b.flm"))[3], [pictures[0]] * 6)
+
+    def test_lists_choose_the_pictures_that_they_name(self):
+        pictures = self.film(frames=12)
+        for text, wanted in (("1-9x2", [1, 3, 5, 7, 9]), ("11,0,5", [11, 0, 5]), ("3-1,7", [3, 2, 1, 7])):
+            self.run_tool("convert", "a.flm", "b.flm", "--frames", text, "--overwrite")
+            self.assertEqual(pictures_of(self.read("b.flm"))[3], [pictures[i] for i in wanted], text)
+
+    def test_each_policy_puts_its_picture_into_a_gap(self):
+        pictures = self.film(frames=6)
+        self.sequence(pictures, [1, 2, 5])
+        black = b"\0\0\0\xff" * 48
+        for policy, wanted in (("hold", [1, 2, 2, 2, 5]), ("nearest", [1, 2, 2, 5, 5]), ("skip", [1, 2, 5])):
+            self.assertEqual(self.converted("--missing", policy), [self.known[i] for i in wanted], policy)
+        self.assertEqual(self.converted("--missing", "black"),
+                         [self.known[1], self.known[2], black, black, self.known[5]])
+
+    def test_a_damaged_frame_follows_the_policy(self):
+        self.sequence(self.film(frames=4), [0, 1, 2, 3])
+        self.write("s.02.vpb", b"damaged")
+        self.assert_fails("damaged-frame", "convert", "s.##.vpb", "o.flm", says=("frame 2", "s.02.vpb", "--missing"))
+        self.assertFalse(os.path.exists("o.flm"))
+        known, black = self.known, b"\0\0\0\xff" * 48
+        self.assertEqual(self.converted("--missing", "hold"), [known[0], known[1], known[1], known[3]])
+        self.assertEqual(self.converted("--missing", "nearest"), [known[0], known[1], known[1], known[3]])
+        self.assertEqual(self.converted("--missing", "skip"), [known[0], known[1], known[3]])
+        self.assertEqual(self.converted("--missing", "black"), [known[0], known[1], black, known[3]])
+
+    def test_damage_is_never_exit_0(self):
+        self.sequence(self.film(frames=3), [0, 1, 2])
+        self.write("s.01.vpb", b"damaged")
+        self.assertEqual(self.run_json("info", "s.##.vpb", code=3)["damaged"], "1")
+        self.assertEqual(self.run_json("sheet", "s.##.vpb", "o.png", code=3)["damaged"], "1")
+        self.run_json("frame", "s.##.vpb", "1", "o.png", code=1)
+        self.run_json("compare", "s.##.vpb", "s.##.vpb", code=1)
+        self.run_json("compare", "s.##.vpb", "s.##.vpb", "--missing", "skip", code=3)
+        self.run_json("convert", "s.##.vpb", "o.flm", "--missing", "skip", "--dry-run")
+
+    def test_a_frame_of_another_size_is_told_and_scaled(self):
+        self.still("t.1.vpb", 8, 6)
+        self.still("t.2.vpb", 16, 12, seed=3)
+        self.still("t.3.vpb", 8, 6)
+        answer = self.run_json("convert", "t.#.vpb", "o.flm", code=3)
+        self.assertEqual((answer["otherSize"], answer["warnings"][0]["code"]), ("2", "different-size"))
+        self.run_tool("convert", "t.2.vpb", "alone.flm", "--single", "--size", "8x6")
+        self.assertEqual(pictures_of(self.read("o.flm"))[3][1], pictures_of(self.read("alone.flm"))[3][0])
+        self.assertEqual(self.run_json("info", "t.#.vpb", code=3)["otherSize"], "2")
+        _, err = self.run_tool("info", "t.#.vpb", code=3)
+        self.assertRegex(err, r"^kqclip: frame 2 of 't.#.vpb' \(t.2.vpb\) has 16 x 12 pixels, the clip has 8 x 6 .*\n$")
+
+    def test_a_folder_of_two_clips_asks_for_one(self):
+        os.mkdir("two")
+        self.still("two/a.1.vpb", 8, 6)
+        self.still("two/b.1.vpb", 8, 6)
+        self.assert_fails("ambiguous", "info", "two", says=("a.[#].vpb", "b.[#].vpb"))
+
+    # How the input is taken, seen in what comes out.
+
+    def test_alpha_is_taken_as_told(self):
+        picture, = self.film(frames=1, alpha=True)
+        pixels = [picture[i:i + 4] for i in range(0, len(picture), 4)]
+        wanted = {
+            "none": [p[:3] + b"\xff" for p in pixels],
+            "straight": pixels,
+            "grey": [bytes([0, 0, 0, sum(p[:3]) // 3]) for p in pixels],
+        }
+        for mode, result in wanted.items():
+            self.assertEqual(self.converted("--alpha", mode, source="a.flm"), [b"".join(result)], mode)
+        inverted = [p[:3] + bytes([255 - p[3]]) for p in pixels]
+        self.assertEqual(self.converted("--alpha", "straight", "--invert-alpha", source="a.flm"), [b"".join(inverted)])
+
+    def test_a_matte_is_taken_out(self):
+        picture, = self.film(frames=1, alpha=True)
+        matte = (0x20, 0x40, 0x60)
+
+        def unmatted(p):
+            if p[3] == 0:
+                return p
+            sums = [c * 255 - (255 - p[3]) * m for c, m in zip(p, matte)]
+            return bytes([max(0, min(255, abs(v) // p[3] * (1 if v > 0 else -1))) for v in sums] + [p[3]])
+        wanted = b"".join(unmatted(picture[i:i + 4]) for i in range(0, len(picture), 4))
+        for more in (("--alpha", "premultiplied"), ()):
+            self.assertEqual(self.converted("--matte", "204060", *more, source="a.flm"), [wanted])
+        self.assertEqual(self.run_json("info", "a.flm", "--matte", "204060")["input"]["alpha"]["source"], "given")
+        self.assert_fails("wrong-use", "info", "a.flm", "--matte", "204060", "--alpha", "none", exit_code=2)
+
+    def test_alpha_is_written_as_asked(self):
+        picture, = self.film(frames=1, alpha=True)
+        stored, = self.converted("--alpha", "straight", "--write-alpha", "premultiplied", source="a.flm")
+        for i in range(0, len(picture), 4):
+            self.assertEqual(stored[i + 3], picture[i + 3])
+            for c in range(3):
+                self.assertLessEqual(abs(stored[i + c] - picture[i + c] * picture[i + 3] / 255), 1.0)
+        opaque, = self.converted("--alpha", "straight", "--write-alpha", "none", source="a.flm")
+        self.assertEqual(set(opaque[3::4]), {255})
+
+    def test_fields_become_frames(self):
+        width, height = 4, 6
+        pictures = self.film(width=width, height=height, frames=2, rate=25)
+
+        def field(picture, keep):
+            rows = [picture[y * width * 4:(y + 1) * width * 4] for y in range(height)]
+            mean = lambda y: bytes((a + b) >> 1 for a, b in zip(rows[y - 1], rows[y + 1]))
+            if keep == 0:
+                rows = [rows[y] if y % 2 == 0 else rows[y - 1] if y + 1 == height else mean(y) for y in range(height)]
+            else:
+                rows = [rows[y] if y % 2 else rows[1] if y == 0 else mean(y) for y in range(height)]
+            return b"".join(rows)
+        for order, first in (("1", 0), ("2", 1)):
+            wanted = [field(picture, row) for picture in pictures for row in (first, 1 - first)]
+            got = self.converted("--fields", order, "--split-fields", source="a.flm")
+            self.assertEqual(got, wanted, order)
+            self.assertEqual(pictures_of(self.read("o.flm"))[2], 50)
+        self.assertEqual(self.converted("--fields", "1", source="a.flm"), pictures)
+        self.assert_fails("wrong-use", "convert", "a.flm", "p.flm", "--split-fields", exit_code=2, says=("--fields",))
+
+    def test_pulldown_of_a_known_phase_is_removed(self):
+        pictures = self.film(width=4, height=4, frames=10, rate=30)
+
+        def woven(a, b, first):   # rows from `first` on, every second, of a; the others of b
+            return b"".join((a if y % 2 == first else b)[y * 16:y * 16 + 16] for y in range(4))
+        for fields, first in (("2", 0), ("1", 1)):
+            wanted = pictures[0:3] + [woven(pictures[3], pictures[4], first)]
+            wanted += pictures[5:8] + [woven(pictures[8], pictures[9], first)]
+            self.assertEqual(self.converted("--pulldown", "1", "--fields", fields, source="a.flm"), wanted, fields)
+            self.assertEqual(pictures_of(self.read("o.flm"))[2], 24)
+        wanted = [woven(pictures[2], pictures[3], 0), pictures[4]]
+        self.assertEqual(self.converted("--pulldown", "2", "--fields", "2", source="a.flm")[2:4], wanted)
+
+    def test_pulldown_is_guessed_and_removed(self):
+        width, height = 64, 48
+        films = []
+        for n in range(32):   # a bright bar that moves three pixels a frame
+            row = b"".join((b"\xff" if (x - 3 * n) % width < 12 else b"\x20") * 3 + b"\xff" for x in range(width))
+            films.append(row * height)
+        video = []
+        for n in range(0, 32, 4):   # A, B, C, then D above C, then the next A above D: even rows come first
+            a, b, c, d = films[n:n + 4]
+            after = films[n + 4] if n + 4 < 32 else d
+            mix = lambda even, odd: b"".join((odd if y % 2 else even)[y * width * 4:(y + 1) * width * 4] for y in range(height))
+            video += [a, b, c, mix(d, c), mix(after, d)]
+        self.write("a.flm", film_of(video, width, height, 30))
+        clip = self.run_json("info", "a.flm", "--pulldown", "guess")["input"]
+        self.assertEqual((clip["pulldown"]["source"], clip["pulldown"]["phase"], clip["rate"]), ("guessed", 1, 24.0))
+        self.assertEqual(self.converted("--pulldown", "guess", source="a.flm"), films)
+
+    def test_rate_and_size_come_out(self):
+        self.film(width=8, height=6, frames=2, rate=24)
+        self.run_tool("convert", "a.flm", "b.flm", "--rate", "50", "--size", "4x3")
+        width, height, rate, pictures = pictures_of(self.read("b.flm"))
+        self.assertEqual((width, height, rate, len(pictures)), (4, 3, 50, 2))
+
+    def test_the_extension_of_the_input_can_be_told(self):
+        self.film()
+        os.rename("a.flm", "a.bin")
+        self.assert_fails("unknown-format", "info", "a.bin")
+        self.assertEqual(self.run_json("info", "a.bin", "--extension", "flm")["input"]["frames"], 5)
+        self.run_tool("convert", "a.bin", "b.bin", "--extension", "flm", "--write-extension", "flm")
+        self.assertEqual(pictures_of(self.read("b.bin"))[3], pictures_of(self.read("a.bin"))[3])
+
+    # Outputs.
+
+    def test_a_sequence_is_written_into_a_new_folder(self):
+        self.film(frames=3)
+        out, _ = self.run_tool("convert", "a.flm", "new/deep/s.%02d.vpb")
+        self.assertIn("3 files", out)
+        self.assertEqual(sorted(os.listdir("new/deep")), ["s.00.vpb", "s.01.vpb", "s.02.vpb"])
+        self.run_tool("convert", "a.flm", "other/s.##.vpb", "--frames", "0-9", code=1)
+        self.assertFalse(os.path.exists("other"))
+
+    def test_a_still_is_written_alone(self):
+        self.film(frames=3)
+        self.run_tool("convert", "a.flm", "one.vpb", "--frames", "1")
+        self.assertEqual(self.run_json("info", "one.vpb")["input"]["frames"], 1)
+        self.assert_fails("wrong-use", "convert", "a.flm", "many.vpb", exit_code=2, says=("####",))
+
+    def test_overwriting_tells_what_stays(self):
+        self.film(frames=6)
+        self.run_tool("convert", "a.flm", "s.##.vpb")
+        before = self.read("s.05.vpb")
+        output = self.run_json("convert", "a.flm", "s.##.vpb", "--frames", "1-3", "--overwrite")["output"]
+        self.assertEqual((output["replaced"], output["others"]), (3, "0,4-5"))
+        self.assertEqual(self.read("s.05.vpb"), before)
+
+    def test_a_clip_may_replace_itself(self):
+        pictures = self.film(frames=4)
+        self.run_tool("convert", "a.flm", "a.flm", "--frames", "3-0", "--overwrite")
+        self.assertEqual(pictures_of(self.read("a.flm"))[3], pictures[::-1])
+
+    def test_a_dry_run_writes_nothing(self):
+        self.film(frames=3)
+        out, _ = self.run_tool("convert", "a.flm", "new/s.##.vpb", "--dry-run")
+        self.assertIn("would write 3 frames", out)
+        self.assertEqual(os.listdir("."), ["a.flm"])
+
+    def test_a_sheet_or_frame_does_not_replace_its_input(self):
+        self.stills([1, 2])
+        os.rename("shot.0001.vpb", "shot.1.png")
+        os.rename("shot.0002.vpb", "shot.2.png")
+        for command in (("sheet", "shot.1.png"), ("frame", "shot.#.png", "1")):
+            self.run_json(*command, "shot.2.png", "--extension", "vpb", code=2)
+
+    def test_a_frame_keeps_its_pixels(self):
+        pictures = self.film(width=5, height=3, frames=2, alpha=True)
+        self.run_tool("frame", "a.flm", "1", "o.png", "--alpha", "straight")
+        self.assertEqual(png_pixels(self.read("o.png")), pictures[1])
+
+    def test_compare_matches_sequences_by_number(self):
+        self.sequence(self.film(frames=4), [0, 1, 2, 3])
+        for number in (0, 1, 3):
+            shutil.copyfile(f"s.{number:02d}.vpb", f"t.{number:02d}.vpb")
+        comparison = self.run_json("compare", "s.##.vpb", "t.##.vpb", code=4)["comparison"]
+        self.assertEqual((comparison["compared"], comparison["onlyLeft"], comparison["firstDifferent"]), (3, "2", None))
+        self.run_tool("compare", "s.##.vpb", "t.##.vpb", "--frames", "0-1")
+        os.rename("t.01.vpb", "t.02.vpb")
+        self.run_tool("convert", "s.##.vpb", "u.##.vpb", "--frames", "0-3", "--start", "7")
+        self.run_json("compare", "s.##.vpb", "u.##.vpb", "--tolerance", "255")
+        self.run_tool("compare", "s.##.vpb", "t.##.vpb", "--frames", "1", "--frames-b", "3", code=4)
+
+    def test_an_answer_that_cannot_be_written_is_a_failure(self):
+        if not os.path.exists("/dev/full"):
+            self.skipTest("this host has no device that is always full")
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([*COMMAND, "formats"], stdout=full, stderr=subprocess.PIPE, env=self.environment())
+        self.assertEqual(done.returncode, 1, done.stderr)
+
+    # Help of the tests above.
+
+    def module_folder(self):
+        return os.path.join(os.path.dirname(COMMAND[-1]), "modules")
+
+    def sequence(self, pictures, numbers):
+        """Writes s.NN.vpb for these numbers; self.known is what each reads back as."""
+        self.known = {}
+        for number in numbers:
+            self.write("one.flm", film_of([pictures[number]], 8, 6))
+            self.run_tool("convert", "one.flm", f"s.{number:02d}.vpb", "--overwrite")
+            self.run_tool("convert", f"s.{number:02d}.vpb", "back.flm", "--single", "--overwrite")
+            self.known[number] = pictures_of(self.read("back.flm"))[3][0]
+
+    def converted(self, *options, source="s.##.vpb"):
+        """The pictures that a conversion to Filmstrip gives."""
+        code = 3 if "--missing" in options else 0
+        self.run_json("convert", source, "o.flm", "--overwrite", *options, code=code)
+        return pictures_of(self.read("o.flm"))[3]
+
+
+def png_pixels(data):
+    """The pixels of an 8-bit RGBA PNG."""
+    at, packed = 8, b""
+    width, height = struct.unpack(">II", data[16:24])
+    while at < len(data):
+        length, kind = struct.unpack(">I4s", data[at:at + 8])
+        if kind == b"IDAT":
+            packed += data[at + 8:at + 8 + length]
+        at += 12 + length
+    raw, out, step = zlib.decompress(packed), bytearray(), width * 4
+    above = bytes(step)
+    for y in range(height):
+        kind, row = raw[y * (step + 1)], bytearray(raw[y * (step + 1) + 1:(y + 1) * (step + 1)])
+        for i in range(step):
+            left, up = row[i - 4] if i >= 4 else 0, above[i]
+            corner = above[i - 4] if i >= 4 else 0
+            guess = left + up - corner
+            nearest = min((abs(guess - left), 0, left), (abs(guess - up), 1, up), (abs(guess - corner), 2, corner))[2]
+            row[i] = (row[i] + (0, left, up, (left + up) // 2, nearest)[kind]) & 255
+        out += row
+        above = bytes(row)
+    return bytes(out)
+
 
 if __name__ == "__main__":
-    COMMAND = sys.argv[2:] + [os.path.abspath(sys.argv[1])]
-    unittest.main(argv=sys.argv[:1])
+    main()

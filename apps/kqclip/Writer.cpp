@@ -1,0 +1,157 @@
+#include "apps/kqclip/Writer.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include "apps/kqclip/FrameRange.h"
+#include "apps/kqclip/Library.h"
+#include "apps/kqclip/Output.h"
+
+namespace fs = std::filesystem;
+
+namespace kqclip {
+
+KQFormatDesc* WriterFor(const std::string& output, const std::string& extension) {
+    std::string letters = ShortExtension(extension.empty() ? ExtensionOf(output) : extension);
+    u32 code = ExtensionCode(letters);
+    for (KQFormatDesc* module : Modules())
+        for (i32 i = 0; i < module->importExtCount; ++i)
+            if (module->importExts[i] == code && (GetImportPropertiesKQ(module) & KQFORMAT_WRITES)) return module;
+    std::string kind = letters.empty() ? "files without an extension" : "." + letters + " files";
+    throw Failure("unknown-format", "cannot write '" + output + "': no format module writes " + kind +
+                                        "; 'kqclip formats' lists the extensions");
+}
+
+Target::Target(const std::string& output, bool single, const std::vector<Step>& steps, int start) : output_(output) {
+    if (NameOf(output).empty())
+        throw Failure("wrong-use", "cannot write '" + output + "': it names a folder; add a file name or a pattern",
+                      kWrongUse);
+    if (single) {
+        names_.push_back(NameOf(output));
+        return;
+    }
+    pattern_ = ParsePattern(output);
+    if (!pattern_ && steps.size() > 1)
+        throw Failure("wrong-use",
+                      "cannot write " + std::to_string(steps.size()) + " frames as '" + output +
+                          "': this format holds one frame a file; write a pattern such as name.####." +
+                          ExtensionOf(output),
+                      kWrongUse);
+    for (size_t i = 0; i < steps.size(); ++i)
+        names_.push_back(pattern_ ? NameFor(*pattern_, start < 0 ? steps[i].number : start + int(i)) : NameOf(output));
+}
+
+std::string Target::NameFor(const Pattern& pattern, int number) const {
+    auto path = pattern.PathOf(number);
+    bool fits = path && (pattern.digits == 1 || std::to_string(number).size() <= size_t(pattern.digits));
+    if (fits) return NameOf(*path);
+    throw Failure("wrong-use",
+                  "frame " + std::to_string(number) + " does not fit the " + std::to_string(pattern.digits) +
+                      " digits of '" + output_ + "'; " +
+                      (number < 0 ? "number the files from 0 or above with --start"
+                                  : "write more places, or --start with a smaller number"),
+                  kWrongUse);
+}
+
+std::vector<std::string> Target::Existing() const {
+    std::vector<std::string> existing;
+    for (const std::string& name : names_) {
+        std::error_code error;
+        fs::file_status status = fs::status(PathFrom(FolderOf(output_) + name), error);
+        if (fs::is_directory(status))
+            throw Failure("exists", "cannot write '" + output_ + "': " + name + " is a folder; choose another name");
+        if (fs::exists(status)) existing.push_back(name);
+    }
+    return existing;
+}
+
+std::string Target::Others() const {
+    std::error_code error;
+    if (!pattern_ || !fs::is_directory(PathFrom(pattern_->folder.empty() ? "." : pattern_->folder), error)) return "";
+    std::set<std::string> ours(names_.begin(), names_.end());
+    std::set<int> numbers;
+    for (const std::string& name : FilesOf(pattern_->folder))
+        if (auto number = pattern_->NumberOf(name); number && !ours.count(name)) numbers.insert(*number);
+    return ShowFrames({numbers.begin(), numbers.end()});
+}
+
+Writer::Writer(KQFormatDesc* module, const KQClip* source, const Shape& shape, const std::string& output)
+    : clip_(NewClipKQ()), output_(output) {
+    if (!clip_) throw Failure("no-memory", "out of memory for the output '" + output_ + "'");
+    clip_->format = module;
+    clip_->width = shape.size.width;
+    clip_->height = shape.size.height;
+    clip_->frameCount = 1;
+    clip_->frameRate = clip_->sourceRate = clip_->nativeRate = shape.rate;
+    clip_->pixelAspect = source->pixelAspect;
+    clip_->fieldOrder = source->fieldOrder;
+    SetAlpha(source, shape.writeAlpha);
+    clip_->depth = clip_->alphaMode == 2 ? 32 : clip_->alphaMode == 1 ? 8 : 24;
+}
+
+Writer::~Writer() {
+    if (begun_) EndClipIOKQ(clip_, nullptr);
+    if (created_) CloseClipKQ(clip_);
+    FreeClipKQ(clip_);
+}
+
+void Writer::SetAlpha(const KQClip* source, const std::string& wanted) {
+    clip_->matteColor = source->matteColor;
+    clip_->alphaInvert = 0;
+    clip_->alphaPremultiplied = wanted == "premultiplied";
+    if (wanted.empty())
+        clip_->alphaMode = source->alphaMode == 0 ? 0 : 2;
+    else
+        clip_->alphaMode = wanted == "none" ? 0 : wanted == "grey" ? 1 : 2;
+    clip_->flags |= KQCLIP_ALPHA_KNOWN;
+}
+
+void Writer::Fail(const std::string& what, u32 error) const {
+    if (error == KQERR_NONE || error == KQERR_MODULE) error = KQERR_WRITE;
+    throw LibraryFailure(what, output_, error);
+}
+
+void Writer::Create(const std::string& staged) {
+    ListenAnew();
+    FreeFileSpecKQ(clip_->fileSpec);
+    clip_->fileSpec = MakeFileSpecKQ(staged.c_str());
+    if (!clip_->fileSpec || !CreateClipKQ(clip_, 0)) Fail("create", GetErrorKQ());
+    created_ = true;
+    begun_ = BeginClipIOKQ(clip_, nullptr);
+    if (!begun_) Fail("write", GetErrorKQ());
+}
+
+void Writer::Add(KQBitmap* bitmap, int index) {
+    KQTimeValue time = {double(index), clip_->frameRate};
+    if (!AddFrameKQ(clip_, bitmap, &time, nullptr, nullptr)) Fail("write", GetErrorKQ());
+}
+
+void Writer::Close() {
+    KQEnv->Error = KQERR_NONE;
+    bool ended = EndClipIOKQ(clip_, nullptr);
+    u32 error = GetErrorKQ();
+    begun_ = created_ = false;
+    CloseClipKQ(clip_);
+    if (error == KQERR_NONE) error = GetErrorKQ();
+    if (!ended || error != KQERR_NONE) Fail("write", error);
+    clip_->sourceFrames = 0;
+}
+
+void Verify(const std::string& staged, const std::string& output, const std::string& extension, Size size,
+            size_t frames) {
+    char code[4] = {};
+    std::string letters = ShortExtension(extension.empty() ? ExtensionOf(output) : extension);
+    std::copy(letters.begin(), letters.end(), code);
+    TagItem tags[] = {
+        {KQTAG_CLIP_SINGLE, 0}, {KQTAG_CLIP_NOGUESS, 0}, {KQTAG_CLIP_EXTENSION, uptr(code)}, {KQTAG_End, 0}};
+    ListenAnew();
+    ClipHandle clip(OpenClipKQ(staged.c_str(), tags));
+    if (!clip) throw LibraryFailure("read back", output, GetErrorKQ());
+    if (size_t(clip->sourceFrames) == frames && clip->width == size.width && clip->height == size.height) return;
+    throw Failure("cannot-write", "cannot write '" + output + "': what was written reads back as " +
+                                      std::to_string(clip->sourceFrames) + " frames of " + std::to_string(clip->width) +
+                                      " x " + std::to_string(clip->height) + " pixels; look at the disk");
+}
+
+}   // namespace kqclip
