@@ -405,6 +405,7 @@ void DecodeHead(const Request& request, int file, Answer& answer) {
 }
 
 void DecodePixels(const Request& request, int file, std::uint8_t* target, Answer& answer) {
+    if (std::strcmp(request.format, "png") == 0 && DecodePlainPng(request, file, target, answer)) return;
     Still still;
     if (!Open(request, file, still, answer)) return;
     Filler filler(still, request, target);
