@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr i32 kLargest = 32767;                 // of a side
+constexpr i32 kLargest = 32767;   // of a side
 constexpr i64 kMostPixels = i64(1) << 28;
 
 // Frames of a sequence that are asked of the codec ahead of the one that is waited for.

@@ -187,8 +187,7 @@ std::uint8_t Reduced(std::uint8_t value) { return value; }
 
 std::uint8_t Reduced(std::uint16_t value) { return std::uint8_t((value + 128u) / 257u); }
 
-// The curve is looked up by the top 16 bits of the number's square root, which spreads it evenly enough that no entry
-// is off by a code.
+// The transfer curve of sRGB.
 float Encoded(float linear) {
     return linear <= 0.0031308f ? linear * 12.92f : 1.055f * std::pow(linear, 1.0f / 2.4f) - 0.055f;
 }
