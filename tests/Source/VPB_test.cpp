@@ -410,10 +410,12 @@ TEST_F(VPB, WithLessMemoryAPictureReadsTheSame) {
     ASSERT_TRUE(OpenAnew());
     const Bytes whole = Frame(0);
     small = AllocBitmapKQ(50, 70, 32);
+    kq::allocationFaults.Clear();
+    CloseFileKQ(OpenFileKQ(path.c_str(), KQFILE_Read));
+    const i64 opening = kq::allocationFaults.calls;
     for (i64 failures = 1; failures <= 33; ++failures) {
         std::memset(small->data, 0xA5, size_t(small->dataSize));
-        // Behind the record of the open file.
-        kq::allocationFaults.SetSpan(2, failures);
+        kq::allocationFaults.SetSpan(opening + 1, failures);
         i32 got = module->GetFrame(clip, small, 0, nullptr, 50, 70, 0);
         kq::allocationFaults.Clear();
         EXPECT_EQ(got != 0, failures < 32) << failures;
