@@ -410,9 +410,7 @@ TEST_F(VPB, WithLessMemoryAPictureReadsTheSame) {
     ASSERT_TRUE(OpenAnew());
     const Bytes whole = Frame(0);
     small = AllocBitmapKQ(50, 70, 32);
-    kq::allocationFaults.Clear();
-    CloseFileKQ(OpenFileKQ(path.c_str(), KQFILE_Read));
-    const i64 opening = kq::allocationFaults.calls;
+    const i64 opening = AllocationsOf([&] { CloseFileKQ(OpenFileKQ(path.c_str(), KQFILE_Read)); });
     for (i64 failures = 1; failures <= 33; ++failures) {
         std::memset(small->data, 0xA5, size_t(small->dataSize));
         kq::allocationFaults.SetSpan(opening + 1, failures);
@@ -433,8 +431,9 @@ TEST_F(VPB, WithLessMemoryAPictureIsWrittenTheSameDownToTwoRows) {
     };
     const Bytes whole = behindTheDate(WrittenShortOfMemory(pixels, 50, 70, 0, 0));
     ASSERT_FALSE(whole.empty());
+    const i64 creating = AllocationsOf([&] { CloseFileKQ(CreateFileKQ(path.c_str(), KQFILE_Write, 0, 0)); });
     for (i64 failures = 1; failures <= 32; ++failures) {
-        Bytes bytes = behindTheDate(WrittenShortOfMemory(pixels, 50, 70, 1, failures));
+        Bytes bytes = behindTheDate(WrittenShortOfMemory(pixels, 50, 70, creating, failures));
         EXPECT_EQ(bytes.empty(), failures > 30) << failures;
         if (!bytes.empty()) {
             EXPECT_EQ(bytes, whole) << failures;

@@ -173,6 +173,14 @@ protected:
         }
     }
 
+    // How many allocations the call makes, the platform layer's own included.
+    template <class Call>
+    static i64 AllocationsOf(Call call) {
+        kq::allocationFaults.Clear();
+        call();
+        return kq::allocationFaults.calls;
+    }
+
     // The file that a frame of these pixels gives while `failures` allocations fail, the first of them behind
     // `before` that succeed within the slot; empty when the frame is refused.
     Bytes WrittenShortOfMemory(const Bytes& pixels, i32 width, i32 height, i64 before, i64 failures) {
