@@ -80,6 +80,21 @@ TEST_F(StillsHeads, PixelsThatAreNotSquareAreTheLibrarys) {
     }
 }
 
+TEST_F(StillsHeads, AnAspectWithAZeroIsNone) {
+    const std::vector<u8> bytes = ReadWholeFile(std::string(KQ_STILLS) + "plain.png");
+    auto withShape = [&](u8 across, u8 down) {
+        const u8 chunk[21] = {0, 0, 0, 9, 'p', 'H', 'Y', 's', 0, 0, 0, across, 0, 0, 0, down};
+        std::vector<u8> longer = bytes;
+        longer.insert(longer.begin() + 33, chunk, chunk + sizeof chunk);
+        return longer;
+    };
+    stills::Head head;
+    EXPECT_TRUE(Plain(withShape(0, 1), head));
+    EXPECT_EQ(head.pixelAspect, 1.0);
+    EXPECT_TRUE(Plain(withShape(3, 3), head));
+    EXPECT_FALSE(Plain(withShape(2, 1), head));
+}
+
 TEST_F(StillsHeads, NoPrefixIsReadBeyondItsEnd) {
     for (const std::string& path : Seeds()) {
         std::vector<u8> bytes = ReadWholeFile(path);

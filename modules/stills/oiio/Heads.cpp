@@ -51,6 +51,9 @@ bool TakeSize(std::uint32_t width, std::uint32_t height, Head& head) {
     return true;
 }
 
+// Whether pixels of so many to a length, across and down, are square. Some writers put 0 for what they do not know.
+bool IsSquare(std::uint32_t across, std::uint32_t down) { return across == down || across == 0 || down == 0; }
+
 // Chunks up to the first of the pixels. One for transparency makes an alpha channel; one for the pixel's shape, and
 // a checksum that may be wrong, are the helper's.
 bool Png(View& v, Head& head) {
@@ -60,7 +63,7 @@ bool Png(View& v, Head& head) {
     for (std::size_t at = 33; !v.Left(); at += std::size_t(v.Big32(at)) + 12) {
         if (v.Is(at + 4, "IDAT")) return !v.Left();
         if (v.Is(at + 4, "tRNS")) head.alpha = true;
-        if (v.Is(at + 4, "pHYs") && v.Big32(at + 8) != v.Big32(at + 12)) return false;
+        if (v.Is(at + 4, "pHYs") && !IsSquare(v.Big32(at + 8), v.Big32(at + 12))) return false;
     }
     return false;
 }

@@ -47,6 +47,13 @@ bool TakeHeader(const std::uint8_t* header, Plain& plain) {
     return (plain.width * plain.channels + 1) * plain.height <= kMostBytes;
 }
 
+// Whether a chunk of the pixel's shape tells of square ones; most writers put one. A zero tells nothing.
+bool IsSquare(const std::uint8_t* data, std::size_t length) {
+    if (length != 9) return false;
+    std::uint32_t across = Big32(data), down = Big32(data + 4);
+    return across == down || across == 0 || down == 0;
+}
+
 // Walks the chunks. False for a file that is not whole, or has a chunk that changes what pixels mean.
 bool Parse(const Bytes& bytes, Plain& plain) {
     if (std::memcmp(bytes.data(), "\x89PNG\r\n\x1a\n", 8) != 0) return false;
@@ -57,7 +64,7 @@ bool Parse(const Bytes& bytes, Plain& plain) {
         auto is = [&](const char* name) { return std::memcmp(chunk + 4, name, 4) == 0; };
         if (libdeflate_crc32(0, chunk + 4, length + 4) != Big32(chunk + 8 + length)) return false;
         if (at == 8 && (!is("IHDR") || length != 13 || !TakeHeader(chunk + 8, plain))) return false;
-        if (is("tRNS") || is("pHYs")) return false;
+        if (is("tRNS") || (is("pHYs") && !IsSquare(chunk + 8, length))) return false;
         if (is("IDAT")) plain.stream.insert(plain.stream.end(), chunk + 8, chunk + 8 + length);
         if (is("IEND")) return !plain.stream.empty();
         at += length + 12;
