@@ -28,6 +28,7 @@ struct SheetOptions {
     int cellWidth = 192;   // the box that each frame is fitted into, pixels
     int cellHeight = 144;
     int most = 48;   // at most so many frames, evenly chosen
+    bool overwrite = false;
 };
 
 // Writes a contact sheet as PNG.
@@ -37,6 +38,7 @@ struct FrameOptions {
     int number = 0;       // frame number
     std::string output;   // PNG with alpha
     std::string size;     // "WxH", empty: the clip's
+    bool overwrite = false;
 };
 
 // Writes one frame as PNG.
@@ -69,6 +71,7 @@ struct TextOptions {
     std::string font;     // full name, empty: a common one
     int size = 48;        // points
     int dpi = 96;         // pixels an inch
+    bool overwrite = false;
 };
 
 // Writes a line of text as SVG paths.

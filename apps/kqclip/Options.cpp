@@ -104,6 +104,10 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
     return command;
 }
 
+void AddOverwrite(CLI::App* command, bool& overwrite) {
+    command->add_flag("--overwrite", overwrite, "Replace what exists, once the output is complete");
+}
+
 void AddFormats(CLI::App& app, Request& request) {
     AddCommand(app, "formats", "List the formats that can be read and written", request,
                [&request](Report& report) { Formats(request.common, report); });
@@ -140,6 +144,7 @@ void AddSheet(CLI::App& app, Request& request) {
             "The box that each picture is fitted into, in pixels")
         ->type_name("WxH")
         ->default_str("192x144");
+    AddOverwrite(command, options->overwrite);
     AddFrames(command, *input);
     AddInterpretation(command, *input);
 }
@@ -154,6 +159,7 @@ void AddFrame(CLI::App& app, Request& request) {
     command->add_option("NUMBER", options->number, "The frame's number")->type_name("")->required();
     command->add_option("OUT", options->output, "The PNG file to write")->type_name("")->required();
     command->add_option("--size", options->size, "Scale to this size")->type_name("WxH");
+    AddOverwrite(command, options->overwrite);
     AddFrames(command, *input);
     AddInterpretation(command, *input);
 }
@@ -176,7 +182,7 @@ void AddConvert(CLI::App& app, Request& request) {
         ->type_name("EXT");
     Between(command->add_option("--start", options->start, "Number the output's files from here"), 0, 2000000000);
     command->add_flag("--split-fields", options->splitFields, "Write each field as a frame, at twice the rate");
-    command->add_flag("--overwrite", options->overwrite, "Replace what exists, once the output is complete");
+    AddOverwrite(command, options->overwrite);
     command->add_flag("--dry-run", options->dryRun, "Only tell what would be written");
     AddFrames(command, *input);
     AddInterpretation(command, *input);
@@ -215,6 +221,7 @@ void AddText(CLI::App& app, Request& request) {
     command->add_option("--font", options->font, "The font's full name, as 'fonts' lists it")->type_name("NAME");
     Between(command->add_option("--size", options->size, "Size in points"), 1, 2000)->capture_default_str();
     Between(command->add_option("--dpi", options->dpi, "Pixels an inch"), 1, 2400)->capture_default_str();
+    AddOverwrite(command, options->overwrite);
 }
 
 std::string Footer() {

@@ -94,6 +94,25 @@ std::string TextOf(const fs::path& path) {
     return {text.begin(), text.end()};
 }
 
+bool CheckReplaceable(const std::string& target, bool overwrite) {
+    std::error_code error;
+    fs::file_status status = fs::symlink_status(PathFrom(target), error);
+    if (!fs::exists(status)) return false;
+    std::string refusal = "cannot write '" + target + "': it is ";
+    if (fs::is_directory(status)) throw Failure("exists", refusal + "a folder; choose another name");
+    if (fs::is_symlink(status)) throw Failure("exists", refusal + "a link; name the file that it leads to");
+    if (!fs::is_regular_file(status)) throw Failure("exists", refusal + "no regular file; choose another name");
+    if (!overwrite) throw Failure("exists", "cannot write '" + target + "': it exists; --overwrite replaces it");
+    return true;
+}
+
+void RequireExtension(const std::string& target, const std::string& extension, const std::string& what) {
+    if (ExtensionOf(target) == extension) return;
+    throw Failure("wrong-use",
+                  "cannot write '" + target + "': " + what + " is written as ." + extension + " only; choose such a name",
+                  kWrongUse);
+}
+
 void FinishKilledMoves(const std::string& path) {
     fs::path home = PathFrom(FolderOf(path));
     if (home.empty()) home = ".";

@@ -17,6 +17,14 @@ namespace kqclip {
 std::filesystem::path PathFrom(const std::string& utf8);
 std::string TextOf(const std::filesystem::path& path);
 
+// Looks at a name that shall be written before any work is done: whether a file is there, which may be replaced. Throws
+// Failure when it is there and `overwrite` does not allow that, and always for what a rename must not take the place of:
+// a folder, a link, a device or a pipe.
+bool CheckReplaceable(const std::string& target, bool overwrite);
+
+// Throws Failure when the only `extension` that `what` is written with is not that of `target`.
+void RequireExtension(const std::string& target, const std::string& extension, const std::string& what);
+
 class Staging {
 public:
     // For files of the folder that holds `target`, which is made when it is not there; throws Failure when it cannot be

@@ -6,6 +6,7 @@
 
 #include "apps/kqclip/Commands.h"
 #include "apps/kqclip/Lettering.h"
+#include "apps/kqclip/Output.h"
 #include "apps/kqclip/Picture.h"
 #include "apps/kqclip/Progress.h"
 
@@ -105,14 +106,21 @@ void RefuseInput(const Material& material, const std::string& output) {
                       kWrongUse);
 }
 
+// What can be said against the output before a frame is read.
+void CheckOutput(const Material& material, const std::string& output, bool overwrite) {
+    RefuseInput(material, output);
+    CheckReplaceable(output, overwrite);
+}
+
 }   // namespace
 
 void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOptions& options, Report& report) {
+    RequireExtension(options.output, "png", "a sheet");
     InputOptions lenient = input;   // a sheet shows what there is
     if (input.missing == Missing::Error && input.frames.empty()) lenient.missing = Missing::Skip;
     Material material(lenient);
     report.facts["input"] = material.Describe();
-    RefuseInput(material, options.output);
+    CheckOutput(material, options.output, options.overwrite);
     std::vector<Step> steps = EvenChoice(material.Plan(report, true), options.most);
     if (steps.empty()) throw Failure("no-frames", "no frame of '" + input.path + "' is left to show");
     Layout layout =
@@ -148,13 +156,14 @@ void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOp
 }
 
 void Frame(const CommonOptions& common, const InputOptions& input, const FrameOptions& options, Report& report) {
+    RequireExtension(options.output, "png", "a frame");
     InputOptions one = input;
     one.frames = std::to_string(options.number);
     Material material(one);
     report.facts["input"] = material.Describe();
     Size size = options.size.empty() ? Size{material.Clip()->width, material.Clip()->height}
                                      : ParseSize(options.size, "--size");
-    RefuseInput(material, options.output);
+    CheckOutput(material, options.output, options.overwrite);
     std::vector<Step> steps = material.Plan(report, false);
     Bitmap bitmap = MakeBitmap(size.width, size.height);
     if (steps.empty() || !material.Fetch(steps[0], bitmap.get(), report))

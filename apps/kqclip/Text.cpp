@@ -195,6 +195,8 @@ void Fonts(const CommonOptions& common, Report& report) {
 }
 
 void Text(const CommonOptions& common, const TextOptions& options, Report& report) {
+    RequireExtension(options.output, "svg", "text");
+    CheckReplaceable(options.output, options.overwrite);
     FontList fonts;
     KQFont* font = Choose(fonts, options.font);
     std::string name = font->node.Name;

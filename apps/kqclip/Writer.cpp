@@ -57,11 +57,7 @@ std::string Target::NameFor(const Pattern& pattern, int number) const {
 std::vector<std::string> Target::Existing() const {
     std::vector<std::string> existing;
     for (const std::string& name : names_) {
-        std::error_code error;
-        fs::file_status status = fs::status(PathFrom(FolderOf(output_) + name), error);
-        if (fs::is_directory(status))
-            throw Failure("exists", "cannot write '" + output_ + "': " + name + " is a folder; choose another name");
-        if (fs::exists(status)) existing.push_back(name);
+        if (CheckReplaceable(FolderOf(output_) + name, true)) existing.push_back(name);
     }
     return existing;
 }

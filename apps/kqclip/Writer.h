@@ -21,7 +21,7 @@ public:
     // The file names, without their folder.
     const std::vector<std::string>& Names() const { return names_; }
 
-    // The names that exist already; throws Failure when one of them is a folder.
+    // The names that exist already; throws Failure when one of them is no file that may be replaced.
     std::vector<std::string> Existing() const;
 
     // Files of the pattern that exist and are not among the names: their numbers, as --frames takes them.

@@ -190,10 +190,10 @@ class OutputTest(ToolTest):
     def test_a_full_disk_is_told_of_sheets_frames_and_text(self):
         start = self.full_disk(65536)
         self.film(width=160, height=120, frames=4)
-        for arguments in (("sheet", "a.flm", "disk/o.png"), ("frame", "a.flm", "0", "disk/o.png"),
-                          ("text", "Aa" * 200, "disk/o.svg", "--size", "48")):
-            self.write("disk/" + os.path.basename(arguments[-1] if "text" not in arguments else "o.svg"), b"old")
-            self.fails_on(start, *arguments)
+        for name, arguments in (("o.png", ("sheet", "a.flm", "disk/o.png")), ("o.png", ("frame", "a.flm", "0", "disk/o.png")),
+                                ("o.svg", ("text", "Aa" * 200, "disk/o.svg", "--size", "48"))):
+            self.write("disk/" + name, b"old")
+            self.fails_on(start, *arguments, "--overwrite")
             self.assertEqual({self.read("disk/" + name) for name in os.listdir("disk")}, {b"old"})
             for name in os.listdir("disk"):
                 os.remove("disk/" + name)

@@ -243,7 +243,7 @@ class KqclipTest(ToolTest):
         self.write("s.01.vpb", b"damaged")
         self.assertEqual(self.run_json("info", "s.##.vpb", code=3)["damaged"], "1")
         self.assertEqual(self.run_json("sheet", "s.##.vpb", "o.png", code=3)["damaged"], "1")
-        self.run_json("frame", "s.##.vpb", "1", "o.png", code=1)
+        self.run_json("frame", "s.##.vpb", "1", "p.png", code=1)
         self.run_json("compare", "s.##.vpb", "s.##.vpb", code=1)
         self.run_json("compare", "s.##.vpb", "s.##.vpb", "--missing", "skip", code=3)
         self.run_json("convert", "s.##.vpb", "o.flm", "--missing", "skip", "--dry-run")

@@ -75,7 +75,7 @@ class TextTest(ToolTest):
 
     def drawn(self, text, font, size=64):
         """The tool's line, drawn from its SVG."""
-        self.run_tool("text", text, "o.svg", "--font", font, "--size", str(LARGE * size), "--dpi", "72")
+        self.run_tool("text", text, "o.svg", "--overwrite", "--font", font, "--size", str(LARGE * size), "--dpi", "72")
         subprocess.run(["rsvg-convert", "-b", "white", "-o", "o.png", "o.svg"], check=True)
         return ink(f"ours-{font}-{text}".replace(" ", "_").replace("/", "_"), ["convert", "o.png"])
 
@@ -104,15 +104,15 @@ class TextTest(ToolTest):
 
     def test_kerning_moves_letters_together(self):
         self.font("DejaVu Sans")
-        pair = self.run_json("text", "AV", "o.svg", "--font", "DejaVu Sans")["output"]
-        parts = [self.run_json("text", letter, "o.svg", "--font", "DejaVu Sans")["output"]["advance"] for letter in "AV"]
+        pair = self.run_json("text", "AV", "o.svg", "--overwrite", "--font", "DejaVu Sans")["output"]
+        parts = [self.run_json("text", letter, "o.svg", "--overwrite", "--font", "DejaVu Sans")["output"]["advance"] for letter in "AV"]
         self.assertEqual(pair["kernedPairs"], 1)
         self.assertLess(pair["advance"], sum(parts))
 
     def test_size_and_resolution_scale_the_line(self):
         self.font("DejaVu Sans")
-        small = self.run_json("text", "Title", "o.svg", "--font", "DejaVu Sans", "--size", "20", "--dpi", "72")["output"]
-        large = self.run_json("text", "Title", "o.svg", "--font", "DejaVu Sans", "--size", "40", "--dpi", "144")["output"]
+        small = self.run_json("text", "Title", "o.svg", "--overwrite", "--font", "DejaVu Sans", "--size", "20", "--dpi", "72")["output"]
+        large = self.run_json("text", "Title", "o.svg", "--overwrite", "--font", "DejaVu Sans", "--size", "40", "--dpi", "144")["output"]
         self.assertAlmostEqual(large["advance"], 4 * small["advance"], delta=0.01 * large["advance"])
 
     def test_the_svg_is_well_formed_and_holds_its_ink(self):
