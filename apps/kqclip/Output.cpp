@@ -35,54 +35,146 @@ std::optional<long> MakerOf(const std::string& name) {
     return number;
 }
 
-bool IsLeftBehind(const fs::directory_entry& entry, const std::string& name) {
+// A real folder that the user's own process made: what others put under such a name is not touched.
+bool IsOurs(const fs::path& folder) {
+    std::error_code error;
+    return fs::symlink_status(folder, error).type() == fs::file_type::directory && BelongsToUser(folder);
+}
+
+// Nobody works in it any more. That is not known of another machine's folder, which is left alone for a day.
+bool IsAbandoned(const fs::path& folder, const std::string& name) {
     if (auto maker = MakerOf(name)) return *maker != ProcessNumber() && !ProcessRuns(*maker);
     std::error_code error;
-    auto newest = entry.last_write_time(error);
-    for (fs::directory_iterator file(entry.path(), error), end; !error && file != end; file.increment(error))
+    auto newest = fs::last_write_time(folder, error);
+    for (fs::directory_iterator file(folder, error), end; !error && file != end; file.increment(error))
         newest = std::max(newest, file->last_write_time(error));
     return fs::file_time_type::clock::now() - newest > std::chrono::hours(24);
 }
 
-void MoveAll(const fs::path& from, const fs::path& to) {
+std::vector<fs::path> FilesIn(const fs::path& folder) {
     std::vector<fs::path> files;
-    for (const auto& entry : fs::directory_iterator(from)) files.push_back(entry.path());
+    for (const auto& entry : fs::directory_iterator(folder)) files.push_back(entry.path());
     std::sort(files.begin(), files.end());
-    for (const fs::path& file : files) fs::rename(file, to / file.filename());
+    return files;
 }
 
+bool IsPlainFile(const fs::path& file) {
+    std::error_code error;
+    return fs::symlink_status(file, error).type() == fs::file_type::regular;
+}
+
+// Whether this name may be given to a file: nothing is there, or a file that may be replaced.
+bool IsFree(const fs::path& target) {
+    std::error_code error;
+    return !fs::exists(fs::symlink_status(target, error)) || IsPlainFile(target);
+}
+
+// What lies there was complete before its run was killed. Whatever does not look like that is left as it is.
 void FinishLeftMove(const fs::path& folder, const fs::path& home) {
     try {
-        MoveAll(folder, home);
-        fs::remove_all(folder);
+        std::vector<fs::path> files = FilesIn(folder);
+        for (const fs::path& file : files)
+            if (!IsPlainFile(file) || !BelongsToUser(file) || !IsFree(home / file.filename())) return;
+        for (const fs::path& file : files) fs::rename(file, home / file.filename());
+        fs::remove(folder);
     } catch (const fs::filesystem_error&) {
         return;   // its files stay in the folder, for a run that may write here
     }
 }
 
-// The folders whose names begin with `start` and that killed runs left.
+// The user's folders whose names begin with `start` and that no run works in.
 std::vector<fs::path> LeftBehind(const fs::path& home, const char* start) {
     std::error_code error;
     std::vector<fs::path> left;
     for (fs::directory_iterator entry(home, error), end; !error && entry != end; entry.increment(error)) {
         std::string name = TextOf(entry->path().filename());
-        if (StartsWith(name, start) && IsLeftBehind(*entry, name)) left.push_back(entry->path());
+        if (StartsWith(name, start) && IsOurs(entry->path()) && IsAbandoned(entry->path(), name))
+            left.push_back(entry->path());
     }
     return left;
+}
+
+// Only this machine knows that the process of its folder is gone, so it alone moves the files.
+void FinishLeftMoves(const fs::path& home) {
+    for (const fs::path& folder : LeftBehind(home, kComplete))
+        if (MakerOf(TextOf(folder.filename()))) FinishLeftMove(folder, home);
 }
 
 // What killed runs left: a complete set is moved into place, an incomplete one is removed.
 void CleanUpAfterKilledRuns(const fs::path& home) {
     std::error_code ignored;
-    for (const fs::path& folder : LeftBehind(home, kComplete)) FinishLeftMove(folder, home);
+    FinishLeftMoves(home);
     for (const fs::path& folder : LeftBehind(home, kWork)) fs::remove_all(folder, ignored);
 }
 
+// Puts every file of a folder into its place. The file that was there is kept aside until all are moved, so that a move
+// that fails can be undone. One file alone needs none of that: its rename is done or not.
+class Move {
+public:
+    Move(const fs::path& from, const fs::path& home, const fs::path& aside) : from_(from), home_(home), aside_(aside) {}
+
+    ~Move() {
+        std::error_code ignored;
+        if (whole_) fs::remove_all(aside_, ignored);
+    }
+
+    Move(const Move&) = delete;
+    Move& operator=(const Move&) = delete;
+
+    void All() {
+        std::vector<fs::path> files = FilesIn(from_);
+        if (files.size() > 1) fs::create_directories(aside_);
+        for (const fs::path& file : files) {
+            fs::path name = file.filename();
+            if (!IsFree(home_ / name))
+                throw fs::filesystem_error("", file, home_ / name, std::make_error_code(std::errc::file_exists));
+            if (files.size() > 1 && IsPlainFile(home_ / name)) KeepAside(name);
+            fs::rename(file, home_ / name);
+            moved_.push_back(name);
+        }
+    }
+
+    // Puts back what was there; false when that fails too. The new files are kept until then: should they have to be
+    // moved on after all, none is lost.
+    bool Undo() {
+        std::error_code error;
+        for (; !moved_.empty() && !error; moved_.pop_back())
+            fs::rename(home_ / moved_.back(), from_ / moved_.back(), error);
+        for (const fs::path& old : kept_)
+            if (std::error_code failed; !fs::exists(home_ / old.filename(), failed)) {
+                fs::rename(old, home_ / old.filename(), failed);
+                if (failed) error = failed;
+            }
+        return whole_ = !error;
+    }
+
+    // What a failure says about the files.
+    std::string Left() const {
+        if (whole_) return "; all files are as they were";
+        return "; some files are replaced, the others lie in '" + TextOf(from_) +
+               "' and the next kqclip that writes there moves them";
+    }
+
+private:
+    // A second name for the old file; where the disk knows no such thing it gives up its first one for a moment.
+    void KeepAside(const fs::path& name) {
+        std::error_code error;
+        fs::create_hard_link(home_ / name, aside_ / name, error);
+        if (error) fs::rename(home_ / name, aside_ / name, error);
+        if (error) throw fs::filesystem_error("", aside_ / name, home_ / name, error);
+        kept_.push_back(aside_ / name);
+    }
+
+    fs::path from_, home_, aside_;
+    std::vector<fs::path> moved_, kept_;   // names that are new; old files, where they are kept
+    bool whole_ = true;
+};
+
 // A failed call of the system, as a failure of the tool.
-Failure SystemFailure(const std::string& what, const std::error_code& error) {
+Failure SystemFailure(const std::string& what, const std::error_code& error, const std::string& more = "") {
     bool full = error == std::errc::no_space_on_device || error == std::errc::file_too_large;
     const char* code = full ? "disk-full" : error == std::errc::permission_denied ? "access-denied" : "cannot-write";
-    return Failure(code, what + ": " + (full ? std::string(ReasonOf(KQERR_DISKFULL).why) : error.message()));
+    return Failure(code, what + ": " + (full ? std::string(ReasonOf(KQERR_DISKFULL).why) : error.message()) + more);
 }
 
 }   // namespace
@@ -108,15 +200,16 @@ bool CheckReplaceable(const std::string& target, bool overwrite) {
 
 void RequireExtension(const std::string& target, const std::string& extension, const std::string& what) {
     if (ExtensionOf(target) == extension) return;
-    throw Failure("wrong-use",
-                  "cannot write '" + target + "': " + what + " is written as ." + extension + " only; choose such a name",
-                  kWrongUse);
+    throw Failure(
+        "wrong-use",
+        "cannot write '" + target + "': " + what + " is written as ." + extension + " only; choose such a name",
+        kWrongUse);
 }
 
 void FinishKilledMoves(const std::string& path) {
     fs::path home = PathFrom(FolderOf(path));
     if (home.empty()) home = ".";
-    for (const fs::path& folder : LeftBehind(home, kComplete)) FinishLeftMove(folder, home);
+    FinishLeftMoves(home);
 }
 
 Staging::Staging(const std::string& target) {
@@ -156,17 +249,29 @@ Staging::~Staging() {
 
 std::string Staging::PathOf(const std::string& name) const { return TextOf(folder_ / PathFrom(name)); }
 
+// The new files get the modes of those whose place they take.
+void Staging::KeepModes() const {
+    for (const fs::path& file : FilesIn(folder_)) {
+        std::error_code ignored;
+        fs::file_status old = fs::symlink_status(home_ / file.filename(), ignored);
+        if (old.type() == fs::file_type::regular) fs::permissions(file, old.permissions() & fs::perms::all, ignored);
+    }
+}
+
 void Staging::Commit() {
     std::error_code error;
-    std::string name = TextOf(folder_.filename());
-    fs::path complete = home_ / PathFrom(kComplete + name.substr(std::string(kWork).size()));
-    fs::rename(folder_, complete, error);
+    fs::path work = folder_;
+    fs::path complete = home_ / PathFrom(kComplete + TextOf(work.filename()).substr(std::string(kWork).size()));
+    KeepModes();
+    fs::rename(work, complete, error);
     if (error) throw SystemFailure("cannot finish in '" + TextOf(home_) + "'", error);
     folder_ = complete;
+    Move move(complete, home_, work);
     try {
-        MoveAll(complete, home_);
+        move.All();
     } catch (const fs::filesystem_error& failure) {
-        throw SystemFailure("cannot replace '" + TextOf(failure.path2()) + "'", failure.code());
+        if (!move.Undo()) folder_.clear();   // it holds what the next run moves on
+        throw SystemFailure("cannot replace '" + TextOf(failure.path2()) + "'", failure.code(), move.Left());
     }
     committed_ = true;
 }

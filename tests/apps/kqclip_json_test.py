@@ -25,7 +25,7 @@ class JsonTest(ToolTest):
 
     def test_every_subcommand_done(self):
         self.film(alpha=True)
-        for arguments in (("formats",), ("info", "a.flm"), ("sheet", "a.flm", "o.png"), ("frame", "a.flm", "1", "o.png"),
+        for arguments in (("formats",), ("info", "a.flm"), ("sheet", "a.flm", "o.png"), ("frame", "a.flm", "1", "p.png"),
                           ("convert", "a.flm", "o.ei"), ("convert", "a.flm", "s.##.vpb"), ("compare", "a.flm", "a.flm"),
                           ("convert", "a.flm", "x.ei", "--dry-run"), ("fonts",), ("text", "Title", "o.svg")):
             answer = self.run_json(*arguments)
@@ -35,7 +35,7 @@ class JsonTest(ToolTest):
     def test_every_subcommand_done_with_something_missing(self):
         self.stills([1, 2, 4])
         for arguments in (("info", "shot.####.vpb"), ("sheet", "shot.####.vpb", "o.png"),
-                          ("frame", "shot.####.vpb", "3", "o.png", "--missing", "hold"),
+                          ("frame", "shot.####.vpb", "3", "p.png", "--missing", "hold"),
                           ("convert", "shot.####.vpb", "o.flm", "--missing", "hold"),
                           ("compare", "shot.####.vpb", "shot.####.vpb")):
             self.assertEqual(self.run_json(*arguments, code=3)["missing"], "3", arguments)

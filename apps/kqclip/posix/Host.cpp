@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kqclip {
@@ -20,6 +21,16 @@ std::string MachineName() {
     std::string safe;
     for (const char* c = name; *c; ++c) safe += std::isalnum(static_cast<unsigned char>(*c)) ? *c : '_';
     return safe.empty() ? "host" : safe;
+}
+
+bool BelongsToUser(const std::filesystem::path& path) {
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 && status.st_uid == geteuid();
+}
+
+bool OutputIsPipe() {
+    struct stat status = {};
+    return fstat(STDOUT_FILENO, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
 }
 
 void OnStopWish(void (*note)(int)) {
