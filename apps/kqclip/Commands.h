@@ -9,6 +9,11 @@
 
 namespace kqclip {
 
+// "1 frame", "2 frames".
+inline std::string Counted(size_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 // Options of every subcommand.
 struct CommonOptions {
     bool json = false;
@@ -77,7 +82,7 @@ struct TextOptions {
 // Writes a line of text as SVG paths.
 void Text(const CommonOptions& common, const TextOptions& options, Report& report);
 
-// "WxH" with both between 1 and 32767; throws Failure "wrong-use" that names `option`.
+// "WxH" and nothing else, with both between 1 and 32767; throws Failure "wrong-use" that names `option`.
 struct Size {
     int width, height;
 };

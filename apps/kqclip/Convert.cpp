@@ -1,4 +1,6 @@
 // kqclip convert: the frames of one clip written as another, through the format module of the output's extension.
+#include <cctype>
+#include <charconv>
 #include <cstdio>
 
 #include "apps/kqclip/Commands.h"
@@ -48,18 +50,25 @@ Plan MakePlan(const Material& material, const ConvertOptions& options, Report& r
     return {module, single, shape, std::move(steps), std::move(target)};
 }
 
+// "TIF" and ".tif" are "tif".
+std::string PlainExtension(std::string extension) {
+    if (extension.rfind('.', 0) == 0) extension.erase(0, 1);
+    for (char& c : extension) c = char(std::tolower(static_cast<unsigned char>(c)));
+    return extension;
+}
+
 void CheckExisting(const std::vector<std::string>& existing, const ConvertOptions& options) {
     if (existing.empty() || options.overwrite) return;
     std::string more = existing.size() > 1 ? " and " + std::to_string(existing.size() - 1) + " more" : "";
-    throw Failure("exists", "cannot write '" + options.output + "': " + existing.front() + more +
-                                " exists; --overwrite "
-                                "replaces it");
+    throw Failure("exists",
+                  "cannot write '" + options.output + "': " + existing.front() + more +
+                      (more.empty() ? " exists; --overwrite replaces it" : " exist; --overwrite replaces them"));
 }
 
 // Writes all steps into the staging folder; a step that is left out loses its name.
 size_t WriteFrames(const Material& material, Plan& plan, const ConvertOptions& options, const Staging& staging,
                    const std::string& progressMode, Report& report) {
-    Writer writer(plan.module, material.Clip(), plan.shape, options.output);
+    Writer writer(plan.module, material.Clip(), plan.shape, options.output, options.extension);
     Size size = plan.shape.size;
     Bitmap bitmap = MakeBitmap(size.width, size.height);
     Progress progress("convert", int(plan.steps.size()), progressMode);
@@ -70,24 +79,21 @@ size_t WriteFrames(const Material& material, Plan& plan, const ConvertOptions& o
             std::string staged = staging.PathOf(names[plan.single ? 0 : i]);
             if (written == 0 || !plan.single) writer.Create(staged);
             writer.Add(bitmap.get(), plan.single ? int(written) : 0);
-            if (!plan.single) writer.Close();
-            if (!plan.single) Verify(staged, options.output, options.extension, size, 1);
+            if (!plan.single) writer.Finish(1, report);
             ++written;
         }
         progress.Show(int(i + 1));
     }
     ThrowIfInterrupted();
     if (written == 0) throw Failure("no-frames", "no frame of '" + material.Path() + "' is left to write");
-    if (!plan.single) return written;
-    writer.Close();
-    Verify(staging.PathOf(names.front()), options.output, options.extension, size, written);
+    if (plan.single) writer.Finish(written, report);
     return written;
 }
 
 void Print(const Json& output) {
-    std::string files = output["files"] == 1 ? "" : ", " + std::to_string(output["files"].get<size_t>()) + " files";
-    std::printf("%s %zu frames of %d x %d as %s%s: %s\n", output["dryRun"] ? "would write" : "wrote",
-                output["frames"].get<size_t>(), output["width"].get<int>(), output["height"].get<int>(),
+    std::string files = output["files"] == 1 ? "" : ", " + Counted(output["files"], "file");
+    std::printf("%s %s of %d x %d as %s%s: %s\n", output["dryRun"] ? "would write" : "wrote",
+                Counted(output["frames"], "frame").c_str(), output["width"].get<int>(), output["height"].get<int>(),
                 output["format"].get<std::string>().c_str(), files.c_str(), output["path"].get<std::string>().c_str());
     if (output["others"] != "")
         std::printf("files of the same pattern that are not of this clip stay: %s\n",
@@ -97,14 +103,22 @@ void Print(const Json& output) {
 }   // namespace
 
 Size ParseSize(const std::string& text, const std::string& option) {
-    int width = 0, height = 0, end = 0;
-    bool read = std::sscanf(text.c_str(), "%dx%d%n", &width, &height, &end) == 2 && size_t(end) == text.size();
+    int width = 0, height = 0;
+    const char* end = text.data() + text.size();
+    auto [at, error] = std::from_chars(text.data(), end, width);
+    bool read = error == std::errc() && at != end && *at == 'x';
+    if (read) {
+        auto [last, wrong] = std::from_chars(at + 1, end, height);
+        read = wrong == std::errc() && last == end;
+    }
     if (!read || width < 1 || height < 1 || width > 32767 || height > 32767)
         throw Failure("wrong-use", option + ": '" + text + "' is no WxH with both between 1 and 32767", kWrongUse);
     return {width, height};
 }
 
-void Convert(const CommonOptions& common, const InputOptions& input, const ConvertOptions& options, Report& report) {
+void Convert(const CommonOptions& common, const InputOptions& input, const ConvertOptions& given, Report& report) {
+    ConvertOptions options = given;
+    options.extension = PlainExtension(given.extension);
     auto material = std::make_unique<Material>(input);
     report.facts["input"] = material->Describe();
     Plan plan = MakePlan(*material, options, report);

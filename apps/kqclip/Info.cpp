@@ -1,4 +1,5 @@
 // kqclip info and formats: what is in a clip, and what can be read and written.
+#include <algorithm>
 #include <cstdio>
 
 #include "apps/kqclip/Commands.h"
@@ -59,6 +60,20 @@ std::string ExtensionText(u32 code) {
     return text;
 }
 
+Json ExtensionTexts(const std::vector<u32>& codes) {
+    Json texts = Json::array();
+    for (u32 code : codes) texts.push_back(ExtensionText(code));
+    return texts;
+}
+
+// " .ext" for each of `list` that is not in `but`.
+std::string ListText(const Json& list, const Json& but) {
+    std::string text;
+    for (const Json& extension : list)
+        if (std::find(but.begin(), but.end(), extension) == but.end()) text += " ." + extension.get<std::string>();
+    return text;
+}
+
 }   // namespace
 
 void Info(const CommonOptions& common, const InputOptions& input, Report& report) {
@@ -75,20 +90,21 @@ void Formats(const CommonOptions& common, Report& report) {
     for (KQFormatDesc* module : Modules()) {
         u32 reads = GetImportPropertiesKQ(module);
         if (reads & KQFORMAT_HIDDEN) continue;
-        Json extensions = Json::array();
-        for (i32 i = 0; i < module->importExtCount; ++i) extensions.push_back(ExtensionText(module->importExts[i]));
-        modules.push_back({{"name", module->node.Name ? module->node.Name : ""},
-                           {"extensions", extensions},
-                           {"reads", (reads & KQFORMAT_READS) != 0},
-                           {"writes", (reads & KQFORMAT_WRITES) != 0},
-                           {"files", reads & KQFORMAT_MULTIFRAME ? "one file a clip" : "one file a frame"},
-                           {"module", module->pluginInfo ? module->pluginInfo->FileSpec : "built in"}});
+        modules.push_back(
+            {{"name", module->node.Name ? module->node.Name : ""},
+             {"extensions", ExtensionTexts({module->importExts, module->importExts + module->importExtCount})},
+             {"written", ExtensionTexts(WrittenBy(module))},
+             {"reads", (reads & KQFORMAT_READS) != 0},
+             {"writes", (reads & KQFORMAT_WRITES) != 0},
+             {"files", reads & KQFORMAT_MULTIFRAME ? "one file a clip" : "one file a frame"},
+             {"module", module->pluginInfo ? module->pluginInfo->FileSpec : "built in"}});
     }
     report.facts["formats"] = modules;
     if (common.json) return;
     for (const Json& module : modules) {
-        std::string extensions;
-        for (const Json& extension : module["extensions"]) extensions += " ." + extension.get<std::string>();
+        std::string extensions = ListText(module["written"], Json::array());
+        std::string others = ListText(module["extensions"], module["written"]);
+        if (!others.empty()) extensions += module["writes"] ? "; only reads" + others : others;
         std::printf("%-20s %-6s %-7s %-17s%s\n", module["name"].get<std::string>().c_str(),
                     module["reads"] ? "reads" : "", module["writes"] ? "writes" : "",
                     module["files"].get<std::string>().c_str(), extensions.c_str());

@@ -84,6 +84,12 @@ std::vector<KQFormatDesc*> Modules() {
     return modules;
 }
 
+std::vector<u32> WrittenBy(KQFormatDesc* module) {
+    if (!(GetImportPropertiesKQ(module) & KQFORMAT_WRITES)) return {};
+    if (module->exportExtCount > 0) return {module->exportExts, module->exportExts + module->exportExtCount};
+    return {module->importExts, module->importExts + module->importExtCount};
+}
+
 u32 ExtensionCode(const std::string& extension) {
     if (extension.size() > 4) return 0;
     u32 code = 0;

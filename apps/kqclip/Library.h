@@ -24,6 +24,9 @@ public:
 // The modules in the order in which they are asked.
 std::vector<KQFormatDesc*> Modules();
 
+// The codes of the extensions that a module writes: those that it names for it, else all that it reads.
+std::vector<u32> WrittenBy(KQFormatDesc* module);
+
 // The code that CheckFile takes for an extension of up to four letters; 0 for a longer one.
 u32 ExtensionCode(const std::string& extension);
 

@@ -1,7 +1,6 @@
 #include "apps/kqclip/Options.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <map>
 #include <memory>
 
@@ -23,12 +22,11 @@ CLI::Option* Between(CLI::Option* option, double least, double most) {
 }
 
 KQFloatRGB ParseMatte(const std::string& text) {
-    unsigned r = 0, g = 0, b = 0;
-    int end = 0;
-    const char* from = text.c_str() + (text.rfind('#', 0) == 0);
-    if (std::sscanf(from, "%2x%2x%2x%n", &r, &g, &b, &end) != 3 || from[end] != 0)
+    std::string digits = text.substr(text.rfind('#', 0) == 0);
+    if (digits.size() != 6 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
         throw CLI::ValidationError("--matte", "'" + text + "' is no colour; write RRGGBB in hexadecimal");
-    return {r / 255.0, g / 255.0, b / 255.0, 1.0};
+    unsigned colour = unsigned(std::stoul(digits, nullptr, 16));
+    return {(colour >> 16) / 255.0, (colour >> 8 & 255) / 255.0, (colour & 255) / 255.0, 1.0};
 }
 
 Missing ParseMissing(const std::string& word) {
@@ -59,9 +57,7 @@ void AddInput(CLI::App* command, InputOptions& input, const std::string& name) {
         ->required();
 }
 
-void AddFrames(CLI::App* command, InputOptions& input) {
-    command->add_option("--frames", input.frames, "Frame numbers: 1-100, 1-100x2, 1,5,9, -10--5 or a mixture")
-        ->type_name("LIST");
+void AddMissing(CLI::App* command, InputOptions& input) {
     OneOf(command->add_option_function<std::string>(
               "--missing", [&input](const std::string& word) { input.missing = ParseMissing(word); },
               "In place of frames that are not there or cannot be read: error stops, hold repeats the one before, "
@@ -69,6 +65,12 @@ void AddFrames(CLI::App* command, InputOptions& input) {
               "takes the nearest, black is black, skip leaves them out"),
           {"error", "hold", "nearest", "black", "skip"})
         ->default_str("error");
+}
+
+void AddFrames(CLI::App* command, InputOptions& input) {
+    command->add_option("--frames", input.frames, "Frame numbers: 1-100, 1-100x2, 1,5,9, -10--5 or a mixture")
+        ->type_name("LIST");
+    AddMissing(command, input);
 }
 
 void AddInterpretation(CLI::App* command, InputOptions& input) {
@@ -160,7 +162,7 @@ void AddFrame(CLI::App& app, Request& request) {
     command->add_option("OUT", options->output, "The PNG file to write")->type_name("")->required();
     command->add_option("--size", options->size, "Scale to this size")->type_name("WxH");
     AddOverwrite(command, options->overwrite);
-    AddFrames(command, *input);
+    AddMissing(command, *input);
     AddInterpretation(command, *input);
 }
 

@@ -91,6 +91,7 @@ struct Warning {
 struct Report {
     Json facts = Json::object();
     std::vector<Warning> warnings;
+    std::vector<Warning> notes;   // what the output does not hold of the input, because its format cannot
     long framesRead = 0;
     std::string missing;          // asked for and not there, as --frames takes them
     std::vector<int> damaged;     // not readable, or only in part
@@ -102,6 +103,9 @@ struct Report {
         warnings.push_back({code, text});
         if (exitCode == kDone) exitCode = kDamaged;
     }
+
+    // Notes something that is worth to know and no damage.
+    void Note(const std::string& code, const std::string& text) { notes.push_back({code, text}); }
 };
 
 }   // namespace kqclip

@@ -151,8 +151,8 @@ void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOp
                               {"shown", steps.size()},
                               {"columns", layout.columns}};
     if (!common.json)
-        std::printf("wrote a sheet of %zu frames: %s, %d x %d pixels\n", steps.size(), options.output.c_str(),
-                    sheet.Width(), sheet.Height());
+        std::printf("wrote a sheet of %s: %s, %d x %d pixels\n", Counted(steps.size(), "frame").c_str(),
+                    options.output.c_str(), sheet.Width(), sheet.Height());
 }
 
 void Frame(const CommonOptions& common, const InputOptions& input, const FrameOptions& options, Report& report) {

@@ -207,7 +207,7 @@ void Text(const CommonOptions& common, const TextOptions& options, Report& repor
     Line line = LayOut(font, characters);
     if (line.missing)
         report.Warn("no-outline",
-                    "the font '" + name + "' gives no outline for " + std::to_string(line.missing) + " characters");
+                    "the font '" + name + "' gives no outline for " + Counted(size_t(line.missing), "character"));
     WriteSvg(options.output, line);
     report.facts["font"] = Describe(font);
     report.facts["output"] = {{"path", options.output},     {"characters", characters.size()},
@@ -215,7 +215,8 @@ void Text(const CommonOptions& common, const TextOptions& options, Report& repor
                               {"kernedPairs", line.kerned}, {"size", options.size},
                               {"dpi", options.dpi}};
     if (!common.json)
-        std::printf("wrote %zu characters in %s as %s\n", characters.size(), name.c_str(), options.output.c_str());
+        std::printf("wrote %s in %s as %s\n", Counted(characters.size(), "character").c_str(), name.c_str(),
+                    options.output.c_str());
 }
 
 }   // namespace kqclip

@@ -1,8 +1,11 @@
 #include "apps/kqclip/Writer.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <set>
+#include <utility>
 
 #include "apps/kqclip/FrameRange.h"
 #include "apps/kqclip/Library.h"
@@ -13,33 +16,51 @@ namespace fs = std::filesystem;
 namespace kqclip {
 
 KQFormatDesc* WriterFor(const std::string& output, const std::string& extension) {
-    std::string letters = ShortExtension(extension.empty() ? ExtensionOf(output) : extension);
-    u32 code = ExtensionCode(letters);
-    for (KQFormatDesc* module : Modules())
-        for (i32 i = 0; i < module->importExtCount; ++i)
-            if (module->importExts[i] == code && (GetImportPropertiesKQ(module) & KQFORMAT_WRITES)) return module;
-    std::string kind = letters.empty() ? "files without an extension" : "." + letters + " files";
+    std::string given = extension.empty() ? ExtensionOf(output) : extension, letters = ShortExtension(given);
+    bool cut = given.size() > letters.size() && given.rfind(letters, 0) == 0 && letters.size() == 4;
+    u32 code = cut ? 0 : ExtensionCode(letters);   // a longer word is not the extension that it begins with
+    for (KQFormatDesc* module : Modules()) {
+        std::vector<u32> written = WrittenBy(module);
+        if (code && std::find(written.begin(), written.end(), code) != written.end()) return module;
+    }
+    std::string kind = letters.empty() ? "files without an extension" : "." + given + " files";
     throw Failure("unknown-format", "cannot write '" + output + "': no format module writes " + kind +
                                         "; 'kqclip formats' lists the extensions");
 }
 
 Target::Target(const std::string& output, bool single, const std::vector<Step>& steps, int start) : output_(output) {
+    if (!single) pattern_ = ParsePattern(output);
     if (NameOf(output).empty())
         throw Failure("wrong-use", "cannot write '" + output + "': it names a folder; add a file name or a pattern",
+                      kWrongUse);
+    if (start >= 0 && !pattern_)
+        throw Failure("wrong-use",
+                      "--start: '" + output + "' is one file; only those of a pattern such as name.####." +
+                          ExtensionOf(output) + " are numbered",
                       kWrongUse);
     if (single) {
         names_.push_back(NameOf(output));
         return;
     }
-    pattern_ = ParsePattern(output);
     if (!pattern_ && steps.size() > 1)
         throw Failure("wrong-use",
-                      "cannot write " + std::to_string(steps.size()) + " frames as '" + output +
+                      "cannot write " + Counted(steps.size(), "frame") + " as '" + output +
                           "': this format holds one frame a file; write a pattern such as name.####." +
                           ExtensionOf(output),
                       kWrongUse);
     for (size_t i = 0; i < steps.size(); ++i)
         names_.push_back(pattern_ ? NameFor(*pattern_, start < 0 ? steps[i].number : start + int(i)) : NameOf(output));
+    RefuseTwins(steps);
+}
+
+void Target::RefuseTwins(const std::vector<Step>& steps) const {
+    std::set<std::string> seen;
+    for (size_t i = 0; i < steps.size(); ++i)
+        if (!seen.insert(names_[i]).second)
+            throw Failure("wrong-use",
+                          "frame " + std::to_string(steps[i].number) + " would be written as '" + names_[i] +
+                              "' more than once; --start numbers the files one after another",
+                          kWrongUse);
 }
 
 std::string Target::NameFor(const Pattern& pattern, int number) const {
@@ -72,8 +93,12 @@ std::string Target::Others() const {
     return ShowFrames({numbers.begin(), numbers.end()});
 }
 
-Writer::Writer(KQFormatDesc* module, const KQClip* source, const Shape& shape, const std::string& output)
-    : clip_(NewClipKQ()), output_(output) {
+Writer::Writer(KQFormatDesc* module, const KQClip* source, const Shape& shape, const std::string& output,
+               const std::string& extension)
+    : clip_(NewClipKQ()),
+      shape_(shape),
+      output_(output),
+      extension_(extension.empty() ? ExtensionOf(output) : extension) {
     if (!clip_) throw Failure("no-memory", "out of memory for the output '" + output_ + "'");
     clip_->format = module;
     clip_->width = shape.size.width;
@@ -83,6 +108,7 @@ Writer::Writer(KQFormatDesc* module, const KQClip* source, const Shape& shape, c
     clip_->pixelAspect = source->pixelAspect;
     clip_->fieldOrder = source->fieldOrder;
     SetAlpha(source, shape.writeAlpha);
+    hasAlpha_ = clip_->alphaMode == 2;
     clip_->depth = clip_->alphaMode == 2 ? 32 : clip_->alphaMode == 1 ? 8 : 24;
 }
 
@@ -108,10 +134,13 @@ void Writer::Fail(const std::string& what, u32 error) const {
     throw LibraryFailure(what, output_, error);
 }
 
+// A module that goes by the name's extension gets a name that has it.
 void Writer::Create(const std::string& staged) {
     ListenAnew();
+    staged_ = staged;
+    working_ = ExtensionOf(staged) == extension_ ? staged : staged + "." + extension_;
     FreeFileSpecKQ(clip_->fileSpec);
-    clip_->fileSpec = MakeFileSpecKQ(staged.c_str());
+    clip_->fileSpec = MakeFileSpecKQ(working_.c_str());
     if (!clip_->fileSpec || !CreateClipKQ(clip_, 0)) Fail("create", GetErrorKQ());
     created_ = true;
     begun_ = BeginClipIOKQ(clip_, nullptr);
@@ -134,20 +163,45 @@ void Writer::Close() {
     clip_->sourceFrames = 0;
 }
 
-void Verify(const std::string& staged, const std::string& output, const std::string& extension, Size size,
-            size_t frames) {
+// As the module reads it; the first still of a sequence alone.
+ClipHandle Writer::ReadBack() const {
     char code[4] = {};
-    std::string letters = ShortExtension(extension.empty() ? ExtensionOf(output) : extension);
+    std::string letters = ShortExtension(extension_);
     std::copy(letters.begin(), letters.end(), code);
     TagItem tags[] = {
         {KQTAG_CLIP_SINGLE, 0}, {KQTAG_CLIP_NOGUESS, 0}, {KQTAG_CLIP_EXTENSION, uptr(code)}, {KQTAG_End, 0}};
     ListenAnew();
-    ClipHandle clip(OpenClipKQ(staged.c_str(), tags));
-    if (!clip) throw LibraryFailure("read back", output, GetErrorKQ());
-    if (size_t(clip->sourceFrames) == frames && clip->width == size.width && clip->height == size.height) return;
-    throw Failure("cannot-write", "cannot write '" + output + "': what was written reads back as " +
-                                      std::to_string(clip->sourceFrames) + " frames of " + std::to_string(clip->width) +
-                                      " x " + std::to_string(clip->height) + " pixels; look at the disk");
+    ClipHandle clip(OpenClipKQ(working_.c_str(), tags));
+    if (!clip) throw LibraryFailure("read back", output_, GetErrorKQ());
+    return clip;
+}
+
+void Writer::NoteLosses(const KQClip* found, Report& report) {
+    if (std::exchange(noted_, true)) return;
+    if (hasAlpha_ && found->depth != 32)
+        report.Note("alpha-dropped", "'" + output_ + "' holds no alpha: its format has none");
+    bool keepsRates = GetImportPropertiesKQ(clip_->format) & KQFORMAT_MULTIFRAME;   // stills have no rate to keep
+    if (!keepsRates || std::fabs(found->sourceRate - shape_.rate) <= shape_.rate * 1e-4) return;
+    char text[80];
+    std::snprintf(text, sizeof text, "%.6g frames a second, not %.6g", found->sourceRate, shape_.rate);
+    report.Note("rate-changed", "'" + output_ + "' plays " + text + ": its format does not hold that rate");
+}
+
+void Writer::Finish(size_t frames, Report& report) {
+    Close();
+    ClipHandle found = ReadBack();
+    Size size = {found->width, found->height};
+    if (size_t(found->sourceFrames) != frames || size.width != shape_.size.width || size.height != shape_.size.height)
+        throw Failure("cannot-write", "cannot write '" + output_ + "': what was written reads back as " +
+                                          Counted(size_t(found->sourceFrames), "frame") + " of " +
+                                          std::to_string(size.width) + " x " + std::to_string(size.height) +
+                                          " pixels; look at the disk");
+    NoteLosses(found.get(), report);
+    found.reset();
+    if (working_ == staged_) return;
+    std::error_code error;
+    fs::rename(PathFrom(working_), PathFrom(staged_), error);
+    if (error) throw Failure("cannot-write", "cannot write '" + output_ + "': " + error.message());
 }
 
 }   // namespace kqclip

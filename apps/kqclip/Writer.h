@@ -15,7 +15,7 @@ KQFormatDesc* WriterFor(const std::string& output, const std::string& extension)
 class Target {
 public:
     // `single`: all steps go into one file. Otherwise `output` is a pattern; its numbers are those of the steps, or
-    // count from `start`. Throws Failure for numbers that do not fit.
+    // count from `start`, which only a pattern may have. Throws Failure for numbers that do not fit, or come twice.
     Target(const std::string& output, bool single, const std::vector<Step>& steps, int start);
 
     // The file names, without their folder.
@@ -28,6 +28,7 @@ public:
     std::string Others() const;
 
 private:
+    void RefuseTwins(const std::vector<Step>& steps) const;
     std::string NameFor(const Pattern& pattern, int number) const;
 
     std::string output_;
@@ -45,8 +46,9 @@ struct Shape {
 // The clip that is written; closed and freed whatever happens.
 class Writer {
 public:
-    // `output` is the name that messages tell.
-    Writer(KQFormatDesc* module, const KQClip* source, const Shape& shape, const std::string& output);
+    // `output` is the name that messages tell, `extension` the one that the format goes by when the name has another.
+    Writer(KQFormatDesc* module, const KQClip* source, const Shape& shape, const std::string& output,
+           const std::string& extension);
     ~Writer();
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
@@ -56,20 +58,22 @@ public:
 
     void Add(KQBitmap* bitmap, int index);
 
-    // Completes the file; throws when its last bytes could not be written.
-    void Close();
+    // Completes the file and opens it again: throws when its last bytes could not be written, or when it does not hold
+    // so many frames. What its format could not keep is noted, once.
+    void Finish(size_t frames, Report& report);
 
 private:
+    void Close();
+    ClipHandle ReadBack() const;
+    void NoteLosses(const KQClip* found, Report& report);
     void SetAlpha(const KQClip* source, const std::string& wanted);
     [[noreturn]] void Fail(const std::string& what, u32 error) const;
 
     KQClip* clip_;
-    std::string output_;
-    bool created_ = false, begun_ = false;
+    Shape shape_;
+    std::string output_, extension_;
+    std::string staged_, working_;   // where the file shall lie, and where it is written
+    bool hasAlpha_ = false, created_ = false, begun_ = false, noted_ = false;
 };
-
-// Opens the finished file `staged` and looks that it holds what was written.
-void Verify(const std::string& staged, const std::string& output, const std::string& extension, Size size,
-            size_t frames);
 
 }   // namespace kqclip

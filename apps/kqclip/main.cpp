@@ -5,6 +5,7 @@
 
 #include "apps/kqclip/Entry.h"
 #include "apps/kqclip/FrameRange.h"
+#include "apps/kqclip/Host.h"
 #include "apps/kqclip/Library.h"
 #include "apps/kqclip/Manual.h"
 #include "apps/kqclip/Options.h"
@@ -16,6 +17,12 @@ using namespace kqclip;
 
 // Lists of warnings are for a person: the first tell enough.
 constexpr size_t kMostWarnings = 20;
+
+Json Listed(const std::vector<Warning>& warnings) {
+    Json list = Json::array();
+    for (const Warning& warning : warnings) list.push_back({{"code", warning.code}, {"message", warning.text}});
+    return list;
+}
 
 void PrintJson(const Request& request, const Report& report, const Json& error) {
     Json all = {{"kqclip", KQCLIP_VERSION},
@@ -29,9 +36,8 @@ void PrintJson(const Request& request, const Report& report, const Json& error) 
     all["damaged"] = ShowFrames(report.damaged);
     all["otherSize"] = ShowFrames(report.otherSize);
     all["said"] = AllSaid();
-    all["warnings"] = Json::array();
-    for (const Warning& warning : report.warnings)
-        all["warnings"].push_back({{"code", warning.code}, {"message", warning.text}});
+    all["warnings"] = Listed(report.warnings);
+    all["notes"] = Listed(report.notes);
     if (!error.is_null()) all["error"] = error;
     std::printf("%s\n", all.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
@@ -43,14 +49,17 @@ void PrintLines(const Report& report, const Json& error) {
     if (shown < report.warnings.size())
         std::fprintf(stderr, "kqclip: and %zu more like these; --json lists them all\n",
                      report.warnings.size() - shown);
+    for (const Warning& note : report.notes) std::fprintf(stderr, "kqclip: note: %s\n", note.text.c_str());
     if (!error.is_null()) std::fprintf(stderr, "kqclip: %s\n", error["message"].get<std::string>().c_str());
 }
 
-// Tells how the run ended, and returns its exit code. An answer that nobody could read is a failure.
+// Tells how the run ended, and returns its exit code. An answer that could not be written is a failure; a reader that
+// goes away early has seen what it wanted.
 int Finish(const Request& request, Report& report, const Json& error) {
     request.common.json ? PrintJson(request, report, error) : PrintLines(report, error);
     if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return report.exitCode;
-    std::fprintf(stderr, "kqclip: cannot write to standard output: the disk is full, or its reader has gone\n");
+    if (OutputIsPipe()) return report.exitCode;
+    std::fprintf(stderr, "kqclip: cannot write to standard output: is the disk full?\n");
     return report.exitCode == kDone ? kFailed : report.exitCode;
 }
 

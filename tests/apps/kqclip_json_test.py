@@ -111,6 +111,8 @@ class JsonTest(ToolTest):
         errors = set(re.findall(r'(?<!Library)Failure\(\s*"([a-z-]+)"', text)) | set(re.findall(r'return \{"([a-z-]+)", "', text))
         errors |= set(re.findall(r'error = \{\{"code", "([a-z-]+)"\}', text)) | {"wrong-use", "disk-full"}
         warnings = set(re.findall(r'Warn\("([a-z-]+)"', text))
+        notes = set(re.findall(r'Note\("([a-z-]+)"', text))
+        self.assertEqual(notes, set(SCHEMA["properties"]["notes"]["items"]["properties"]["code"]["enum"]))
         self.assertEqual(errors, set(SCHEMA["$defs"]["errorCode"]["enum"]))
         self.assertEqual(warnings, set(SCHEMA["properties"]["warnings"]["items"]["properties"]["code"]["enum"]))
 
@@ -127,7 +129,8 @@ class JsonTest(ToolTest):
     def test_the_guide_tells_every_code(self):
         with open(os.path.join(TREE, "docs", "kqclip.md"), encoding="utf-8") as file:
             guide = file.read()
-        for code in SCHEMA["$defs"]["errorCode"]["enum"]:
+        kinds = [SCHEMA["properties"][list]["items"]["properties"]["code"]["enum"] for list in ("warnings", "notes")]
+        for code in sum(kinds, SCHEMA["$defs"]["errorCode"]["enum"]):
             self.assertIn(f"`{code}`", guide)
 
 

@@ -1,11 +1,10 @@
 """Tests of what the tool writes where, what it refuses to write, and what it says about it."""
 import os
 import re
-import shutil
 import subprocess
 import sys
 
-from tool import ToolTest, is_native, main
+from tool import COMMAND, ToolTest, is_native, main
 
 WRITES = (("sheet", "a.flm", "o.png"), ("frame", "a.flm", "0", "o.png"), ("text", "Title", "o.svg"), ("convert", "a.flm", "o.ei"))
 
@@ -160,6 +159,123 @@ class WriteTest(ToolTest):
         os.rename(folder, work)
         os.chown(work, 12345, 12345)
         self.assert_left_alone(work)
+
+    # What an output is called and numbered.
+
+    def test_a_format_that_is_only_read_is_refused_early(self):
+        formats = self.run_json("formats", **self.with_modules())["formats"]
+        only_read = [e for module in formats for e in module["extensions"] if e not in module["written"]]
+        for extension in only_read:
+            self.assert_fails("unknown-format", "convert", "a.flm", f"o.{extension}", "--frames", "0", **self.with_modules(),
+                              says=(f"no format module writes .{extension} files",))
+        for module in formats:
+            self.assertEqual(bool(module["written"]), module["writes"], module)
+            self.assertLessEqual(set(module["written"]), set(module["extensions"]), module)
+            for extension in module["written"]:
+                self.run_tool("convert", "a.flm", f"o.{extension}", "--frames", "0", "--dry-run", **self.with_modules())
+        out, _ = self.run_tool("formats", **self.with_modules())
+        if only_read:
+            self.assertRegex(out, r"(?m)^Stills .* \.png.*; only reads( \.\w+)+$")
+
+    def test_a_longer_word_is_not_the_extension_that_it_begins_with(self):
+        self.assert_fails("unknown-format", "convert", "a.flm", "o.webpages", "--frames", "0", **self.with_modules(),
+                          says=(".webpages files",))
+
+    def test_any_name_takes_any_format(self):
+        self.needs_stills()
+        for extension in ("png", ".TIF", "tiff"):
+            for name, frames in (("shot", "0"), ("shot.img", "0"), ("f.#.img", "0-2"), ("f.#", "0-2")):
+                self.run_tool("convert", "a.flm", name, "--write-extension", extension, "--frames", frames, "--overwrite",
+                              **self.with_modules())
+                head = self.read(name.replace("#", frames[-1]))[:4]
+                self.assertIn(head, (b"\x89PNG",) if extension == "png" else (b"II*\0", b"MM\0*"), (name, extension))
+        self.run_tool("convert", "a.flm", "film", "--write-extension", "ei")
+        self.assertEqual(self.run_json("info", "film", "--extension", "ei")["input"]["frames"], 5)
+        self.assertEqual([name for name in os.listdir(".") if name.startswith((".", "shot.img."))], [])
+
+    def test_two_frames_of_one_name_are_refused(self):
+        for frames in ("1,1", "0-2,1", "2-0,0"):
+            self.assert_fails("wrong-use", "convert", "a.flm", "s.#.vpb", "--frames", frames, exit_code=2, says=("--start",))
+        self.assertEqual(os.listdir("."), ["a.flm"])
+        self.run_tool("convert", "a.flm", "s.#.vpb", "--frames", "1,1", "--start", "4")
+        self.run_tool("convert", "a.flm", "o.ei", "--frames", "1,1")
+        self.assertEqual(sorted(os.listdir(".")), ["a.flm", "o.ei", "s.4.vpb", "s.5.vpb"])
+
+    def test_one_file_is_not_numbered(self):
+        self.assert_fails("wrong-use", "convert", "a.flm", "o.ei", "--start", "1", exit_code=2, says=("--start", "o.ei"))
+        self.assert_fails("wrong-use", "convert", "a.flm", "o.vpb", "--frames", "0", "--start", "1", exit_code=2)
+
+    # What a format cannot hold.
+
+    def test_a_rate_that_the_format_does_not_hold_is_noted(self):
+        answer = self.run_json("convert", "a.flm", "o.flm", "--rate", "23.976")
+        self.assertEqual([note["code"] for note in answer["notes"]], ["rate-changed"])
+        self.assertIn("24 frames a second, not 23.976", answer["notes"][0]["message"])
+        _, err = self.run_tool("convert", "a.flm", "o.flm", "--rate", "23.976", "--overwrite")
+        self.assertRegex(err, r"^kqclip: note: 'o.flm' plays 24 .*\n$")
+        for name, rate in (("o.flm", "25"), ("o.ei", "23.976"), ("s.#.vpb", "23.976")):
+            self.assertEqual(self.run_json("convert", "a.flm", name, "--rate", rate, "--overwrite")["notes"], [], name)
+
+    def test_alpha_that_the_format_does_not_hold_is_noted(self):
+        self.film("alpha.flm", alpha=True)
+        answer = self.run_json("convert", "alpha.flm", "s.#.vpb")
+        self.assertEqual([note["code"] for note in answer["notes"]], ["alpha-dropped"])
+        for arguments in (("a.flm", "s.#.vpb"), ("alpha.flm", "s.#.vpb", "--write-alpha", "none"), ("alpha.flm", "o.ei"),
+                          ("alpha.flm", "o.flm")):
+            self.assertEqual(self.run_json("convert", *arguments, "--overwrite")["notes"], [], arguments)
+
+    def test_stills_note_alpha_too(self):
+        self.needs_stills()
+        self.film("alpha.flm", alpha=True)
+        for extension, notes in (("png", []), ("jpg", ["alpha-dropped"])):
+            answer = self.run_json("convert", "alpha.flm", "s.#." + extension, **self.with_modules())
+            self.assertEqual([note["code"] for note in answer["notes"]], notes, extension)
+
+    # Options and words.
+
+    def test_sizes_and_colours_are_read_strictly(self):
+        for size in ("8x6x", "8x6 ", " 8x6", "8x 6", "+8x6", "8X6", "8x", "x6", "8", "8x6.5", "99999999999x6", "0x8", "-8x6", ""):
+            self.assert_fails("wrong-use", "convert", "a.flm", "o.ei", "--size=" + size, exit_code=2, says=("WxH",)) if size else None
+            self.run_json("sheet", "a.flm", "o.png", "--cell=" + size, code=2)
+            self.run_json("frame", "a.flm", "0", "o.png", "--size=" + size, code=2) if size else None
+        for matte in ("12345", "1234567", "12345g", " 12345", "0x1234", "+1+2+3", "##123456", "12 34 5"):
+            self.assert_fails("wrong-use", "info", "a.flm", "--matte=" + matte, exit_code=2, says=("RRGGBB",))
+        self.run_tool("info", "a.flm", "--matte", "#aBcDeF")
+        self.assertEqual(os.listdir("."), ["a.flm"])
+
+    def test_a_frame_is_chosen_by_its_number_alone(self):
+        self.run_json("frame", "a.flm", "0", "o.png", "--frames", "1", code=2)
+        self.assertNotIn("--frames ", self.run_tool("frame", "--help")[0])
+
+    def test_one_is_not_many(self):
+        self.film("one.flm", frames=1)
+        self.assertIn("wrote 1 frame of 8", self.run_tool("convert", "one.flm", "o.ei")[0])
+        self.assertIn("wrote 5 frames of 8", self.run_tool("convert", "a.flm", "p.ei")[0])
+        self.assertIn("5 frames of 8 x 6 as Quantel VPB, 5 files", self.run_tool("convert", "a.flm", "s.#.vpb")[0])
+        self.assertIn("a sheet of 1 frame:", self.run_tool("sheet", "one.flm", "o.png")[0])
+        self.assertIn("wrote 1 character in", self.run_tool("text", "A", "o.svg")[0])
+        self.assert_fails("exists", "convert", "a.flm", "s.#.vpb", says=("s.0.vpb and 4 more exist; --overwrite replaces them",))
+
+    def test_a_reader_that_goes_away_is_no_failure(self):
+        if not is_native():
+            self.skipTest("the runner keeps the pipe open")
+        for arguments in (("info", "a.flm"), ("formats", "--json"), ("convert", "a.flm", "o.ei")):
+            ours, theirs = os.pipe()
+            os.close(ours)
+            done = subprocess.run([*COMMAND, *arguments], stdout=theirs, stderr=subprocess.PIPE, env=self.environment())
+            os.close(theirs)
+            self.assertEqual((done.returncode, done.stderr), (0, b""), arguments)
+
+    # Help of the tests above.
+
+    @staticmethod
+    def with_modules():
+        return {"KQCLIP_MODULES": os.path.join(os.path.dirname(COMMAND[-1]), "modules")}
+
+    def needs_stills(self):
+        written = [e for module in self.run_json("formats", **self.with_modules())["formats"] for e in module["written"]]
+        if not {"png", "jpg", "tif"} <= set(written):
+            self.skipTest("no module of this build writes stills")
 
 
 if __name__ == "__main__":
