@@ -118,6 +118,16 @@ u8 NextCharacter(const std::string& text, size_t& at) {
     return 0;
 }
 
+// What the font of dots has of a text: others become question marks.
+std::string Plain(const std::string& utf8) {
+    std::string plain;
+    for (size_t at = 0; at < utf8.size();) {
+        u8 character = NextCharacter(utf8, at);
+        plain += character >= ' ' && character <= '~' ? char(character) : '?';
+    }
+    return plain;
+}
+
 constexpr int kDotHeight = 8;   // pixels of the font of dots
 
 }   // namespace
@@ -158,13 +168,13 @@ double Lettering::DrawSmooth(Picture* picture, double x, int y, int pixels, cons
 int Lettering::Draw(Picture& picture, int x, int y, int pixels, const std::string& utf8, Colour colour) {
     if (font_) return int(std::ceil(DrawSmooth(&picture, x, y, pixels, utf8, colour)));
     int scale = std::max(pixels / 10, 1);
-    picture.DrawText(x, y - kDotHeight * scale, scale, utf8, colour);
-    return x + Picture::TextWidth(scale, utf8);
+    picture.DrawText(x, y - kDotHeight * scale, scale, Plain(utf8), colour);
+    return x + Picture::TextWidth(scale, Plain(utf8));
 }
 
 int Lettering::Width(int pixels, const std::string& utf8) {
     if (font_) return int(std::ceil(DrawSmooth(nullptr, 0, 0, pixels, utf8, {})));
-    return Picture::TextWidth(std::max(pixels / 10, 1), utf8);
+    return Picture::TextWidth(std::max(pixels / 10, 1), Plain(utf8));
 }
 
 }   // namespace kqclip

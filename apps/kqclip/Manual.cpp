@@ -24,7 +24,8 @@ std::string LongName(const CLI::Option* option) {
     return option->get_lnames().empty() ? "" : "--" + option->get_lnames()[0];
 }
 
-bool TakesValue(const CLI::Option* option) { return !IsPositional(option) && option->get_type_size() > 0; }
+// A flag is an option that expects no items.
+bool TakesValue(const CLI::Option* option) { return !IsPositional(option) && option->get_items_expected_max() > 0; }
 
 // The words that an option takes: "auto|json|none" is such a list; none for a free value.
 std::vector<std::string> WordsOf(const CLI::Option* option) {
@@ -131,32 +132,44 @@ void PrintManual(const CLI::App& app) {
     std::printf("%s", kEnds);
 }
 
-// Words after an option that has words, folders after one that takes a folder, options after a dash, else files.
+// The line splits "--missing=ho" into three words. The command is the first word that is no option. Words are offered
+// after an option that has words, folders after one that takes a folder, options after a dash; an empty answer leaves
+// file names to the shell, which knows how to quote them, except where no file is wanted.
+constexpr const char* kBashStart =
+    "# Completion of kqclip for bash.\n_kqclip() {\n"
+    "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]} command= i\n    COMPREPLY=()\n"
+    "    [ \"$before\" = = ] && before=${COMP_WORDS[COMP_CWORD-2]}\n    [ \"$word\" = = ] && word=\n"
+    "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
+    "        case ${COMP_WORDS[i]} in\n        -*) ;;\n        *) command=${COMP_WORDS[i]}; break ;;\n        esac\n"
+    "    done\n";
+
 void PrintBash(const CLI::App& app) {
-    std::printf(
-        "# Completion of kqclip for bash.\n_kqclip() {\n"
-        "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]}\n    COMPREPLY=()\n"
-        "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n        COMPREPLY=($(compgen -W \"");
+    std::printf("%s    if [ -z \"$command\" ]; then\n        COMPREPLY=($(compgen -W \"", kBashStart);
     for (const CLI::App* command : CommandsOf(app)) std::printf("%s ", command->get_name().c_str());
-    std::printf("--help --version\" -- \"$word\"))\n        return\n    fi\n    case ${COMP_WORDS[1]}:$before in\n");
+    std::printf("--help --version\" -- \"$word\"))\n        return\n    fi\n    case $command:$before in\n");
     for (const CLI::App* command : CommandsOf(app))
         for (const CLI::Option* option : OptionsOf(*command)) {
             if (!TakesValue(option)) continue;
-            std::string make = "-W \"" + Joined(WordsOf(option)) + "\"";
-            if (option->get_type_name() == "DIR") make = "-d";
-            std::printf("    %s:%s) COMPREPLY=($(compgen %s -- \"$word\")); return ;;\n", command->get_name().c_str(),
-                        LongName(option).c_str(), make.c_str());
+            std::string words = Joined(WordsOf(option));
+            std::string answer = words.empty() ? "compopt +o default +o bashdefault 2>/dev/null"
+                                               : "COMPREPLY=($(compgen -W \"" + words + "\" -- \"$word\"))";
+            if (option->get_type_name() == "DIR") answer = "compopt +o default -o dirnames 2>/dev/null";
+            std::printf("    %s:%s) %s; return ;;\n", command->get_name().c_str(), LongName(option).c_str(),
+                        answer.c_str());
         }
-    std::printf(
-        "    esac\n    case $word in\n    -*) ;;\n    *) COMPREPLY=($(compgen -f -- \"$word\")); return ;;\n    esac\n"
-        "    case ${COMP_WORDS[1]} in\n");
+    std::printf("    esac\n    [[ $word = -* ]] || return\n    case $command in\n");
     for (const CLI::App* command : CommandsOf(app)) {
         std::printf("    %s) COMPREPLY=($(compgen -W \"", command->get_name().c_str());
         for (const CLI::Option* option : OptionsOf(*command))
             if (!LongName(option).empty()) std::printf("%s ", LongName(option).c_str());
         std::printf("\" -- \"$word\")) ;;\n");
     }
-    std::printf("    esac\n}\ncomplete -o filenames -F _kqclip kqclip\n");
+    std::printf("    esac\n}\ncomplete -o bashdefault -o default -F _kqclip kqclip\n");
+}
+
+// What a list of completions has room for: the description up to its first colon or semicolon.
+std::string Brief(const std::string& description) {
+    return description.substr(0, std::min(description.find(": "), description.find(';')));
 }
 
 // Text inside single quotes of zsh and fish.
@@ -186,7 +199,7 @@ void PrintZsh(const CLI::App& app) {
         for (const CLI::Option* option : OptionsOf(*command)) {
             if (LongName(option).empty()) continue;
             std::string text;
-            for (char c : Quoted(option->get_description(), "'\\''"))
+            for (char c : Quoted(Brief(option->get_description()), "'\\''"))
                 text += c == '[' || c == ']' || c == ':' ? ' ' : c;
             std::printf(" '%s[%s]%s'", LongName(option).c_str(), text.c_str(), ZshValue(option).c_str());
         }
@@ -196,7 +209,10 @@ void PrintZsh(const CLI::App& app) {
 }
 
 void PrintFish(const CLI::App& app) {
-    std::printf("# Completion of kqclip for fish.\n");
+    std::printf(
+        "# Completion of kqclip for fish.\n"
+        "complete -c kqclip -n __fish_use_subcommand -l help -d 'Tell how to use it'\n"
+        "complete -c kqclip -n __fish_use_subcommand -l version -d 'Tell the version'\n");
     for (const CLI::App* command : CommandsOf(app)) {
         const char* name = command->get_name().c_str();
         std::printf("complete -c kqclip -n __fish_use_subcommand -f -a %s -d '%s'\n", name,
@@ -204,9 +220,11 @@ void PrintFish(const CLI::App& app) {
         for (const CLI::Option* option : OptionsOf(*command)) {
             if (LongName(option).empty()) continue;
             std::string words = Joined(WordsOf(option));
-            std::string value = words.empty() ? TakesValue(option) ? " -r" : "" : " -x -a '" + words + "'";
+            if (option->get_type_name() == "DIR") words = "(__fish_complete_directories)";
+            std::string value = !TakesValue(option) ? "" : words.empty() ? " -x" : " -x -a '" + words + "'";
             std::printf("complete -c kqclip -n '__fish_seen_subcommand_from %s' -l %s%s -d '%s'\n", name,
-                        LongName(option).c_str() + 2, value.c_str(), Quoted(option->get_description(), "\\'").c_str());
+                        LongName(option).c_str() + 2, value.c_str(),
+                        Quoted(Brief(option->get_description()), "\\'").c_str());
         }
     }
 }

@@ -1,10 +1,14 @@
 """Tests of what the tool writes where, what it refuses to write, and what it says about it."""
 import os
 import re
+import shutil
 import subprocess
 import sys
 
+from kqclip_test import png_pixels
 from tool import COMMAND, ToolTest, is_native, main
+
+ALARM = bytes((224, 122, 95))   # what a sheet marks damage with
 
 WRITES = (("sheet", "a.flm", "o.png"), ("frame", "a.flm", "0", "o.png"), ("text", "Title", "o.svg"), ("convert", "a.flm", "o.ei"))
 
@@ -265,6 +269,101 @@ class WriteTest(ToolTest):
             done = subprocess.run([*COMMAND, *arguments], stdout=theirs, stderr=subprocess.PIPE, env=self.environment())
             os.close(theirs)
             self.assertEqual((done.returncode, done.stderr), (0, b""), arguments)
+
+    # The sheet.
+
+    def sheet(self, clip, *options, code=0):
+        """The sheet's facts, its pixels and its number of warning-coloured ones."""
+        facts = self.run_json("sheet", clip, "o.png", "--overwrite", *options, code=code)["output"]
+        pixels = png_pixels(self.read("o.png"))
+        return facts, pixels, sum(pixels[i:i + 3] == ALARM for i in range(0, len(pixels), 4))
+
+    def test_the_number_of_columns_suits_the_count(self):
+        self.film("wide.flm", width=64, height=36, frames=48)
+        for count, columns in ((1, 1), (2, 2), (3, 3), (4, 2), (5, 3), (6, 3), (7, 4), (9, 3), (12, 4), (48, 8)):
+            facts = self.run_json("sheet", "wide.flm", f"{count}.png", "--most", str(count))["output"]
+            self.assertEqual(facts["columns"], columns, count)
+
+    def test_a_long_title_ends_before_the_edge(self):
+        name = "a title \u00e4\u00f6\u00fc that is longer than its sheet is wide, whatever font it is in.flm"
+        self.film(name, width=64, height=36, frames=2)
+        for cell in ("40x30", "192x144"):
+            facts, pixels, _ = self.sheet(name, "--cell", cell)
+            width = facts["width"]
+            for y in range(70):
+                row = pixels[y * width * 4:(y + 1) * width * 4]
+                self.assertEqual(row[(width - 15) * 4:], row[-4:] * 15, (cell, y))
+            self.assertTrue(any(pixels[i] > 150 for i in range(0, 40 * width * 4, 4)), "no title")
+
+    def test_facts_stand_below_the_title(self):
+        self.film("wide.flm", width=64, height=36, frames=2)
+        facts, pixels, _ = self.sheet("wide.flm")
+        for rows in (range(16, 38), range(44, 60)):   # the title; the facts
+            inked = [y for y in rows if any(pixels[(y * facts["width"] + x) * 4] > 100 for x in range(16, facts["width"]))]
+            self.assertTrue(inked, rows)
+
+    def test_damaged_and_missing_frames_are_marked(self):
+        self.stills([1, 2, 4, 5])
+        whole, some = self.sheet("shot.####.vpb", "--frames", "1-2"), self.sheet("shot.####.vpb", code=3)
+        self.assertEqual(whole[2], 0)
+        gap = some[2]
+        self.assertGreater(gap, 100)
+        held = self.sheet("shot.####.vpb", "--frames", "1-5", "--missing", "hold", code=3)[2]
+        self.assertGreater(held, 2 * (192 + 90))   # a border
+        self.write("shot.0002.vpb", b"damaged")
+        self.assertGreater(self.sheet("shot.####.vpb", code=3)[2], gap + 2 * (192 + 90))
+
+    # Completions.
+
+    def bash(self, *words):
+        """What bash offers for the last word."""
+        if not shutil.which("bash"):
+            self.skipTest("there is no bash")
+        self.write("kqclip.bash", self.run_tool("--generate", "bash")[0].encode())
+        script = '. ./kqclip.bash; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _kqclip; printf "%s\\n" "${COMPREPLY[@]}"'
+        done = subprocess.run(["bash", "--norc", "-c", script, "bash", "kqclip", *words], capture_output=True, check=True)
+        self.assertEqual(done.stderr, b"")
+        return done.stdout.decode().split()
+
+    def test_bash_completes_commands_options_and_words(self):
+        for words, wanted in ((["conv"], ["convert"]), (["convert", "a", "b", "--missing", "n"], ["nearest"]),
+                              (["convert", "a", "b", "--missing", "=", "n"], ["nearest"]),
+                              (["convert", "a", "b", "--overwrite", "--dry"], ["--dry-run"]),
+                              (["convert", "--overwrite", "--json", "--missing", "bl"], ["black"]),
+                              (["frame", "a", "1", "--fr"], []), (["text", "T", "--o"], ["--overwrite"])):
+            self.assertEqual(self.bash(*words), wanted, words)
+
+    def test_bash_leaves_file_names_to_the_shell(self):
+        self.film("a film with blanks.flm")
+        for words in (["info", "a"], ["convert", "--overwrite", "a"], ["info", "--size", "a"]):
+            self.assertEqual(self.bash(*words), [], words)
+        self.assertRegex(self.run_tool("--generate", "bash")[0], r"\ncomplete (-o bashdefault )?-o default -F _kqclip kqclip\n$")
+
+    def test_fish_and_zsh_know_flags_from_options_with_values(self):
+        fish, zsh = self.run_tool("--generate", "fish")[0], self.run_tool("--generate", "zsh")[0]
+        self.assertIn(" -l overwrite -d 'Replace what exists, once the output is complete'\n", fish)
+        self.assertIn(" -l missing -x -a 'error hold nearest black skip' -d '", fish)
+        self.assertIn(" -l size -x -d '", fish)
+        self.assertIn("'--overwrite[Replace what exists, once the output is complete]' ", zsh)
+        self.assertIn("]:word:(error hold nearest black skip)'", zsh)
+        for line in fish.splitlines()[1:]:
+            self.assertRegex(line, r" -d '([^'\\]|\\')+'$")
+
+    def test_fish_and_zsh_take_their_completions(self):
+        tried = []
+        for shell, check in (("fish", "fish --no-execute {}"), ("zsh", "zsh -n {}"), ("bash", "bash -n {}")):
+            if not shutil.which(shell):
+                continue
+            self.write("completion", self.run_tool("--generate", shell)[0].encode())
+            subprocess.run(check.format("completion").split(), check=True)
+            tried.append(shell)
+        if "fish" in tried:
+            self.write("completion", self.run_tool("--generate", "fish")[0].encode())
+            done = subprocess.run(["fish", "--no-config", "-c", 'source completion; complete -C "kqclip convert a b --over"'],
+                                  capture_output=True, check=True)
+            self.assertEqual(done.stdout.decode().split("\t")[0], "--overwrite")
+        if not tried:
+            self.skipTest("none of the shells is there")
 
     # Help of the tests above.
 
