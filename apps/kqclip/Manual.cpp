@@ -94,6 +94,7 @@ constexpr const char* kDescription =
     "A numbered file that is named alone stands for the whole sequence around it; \\fB\\-\\-single\\fR takes it "
     "alone.\n"
     ".PP\n"
+    "No file is replaced without \\fB\\-\\-overwrite\\fR, and a folder, a link, a device or a pipe never is.\n"
     "An output is written beside its place and moved there once it is complete: what was there stays whole until "
     "then.\n"
     "Control\\-C stops, and leaves no unfinished output.\n";

@@ -195,6 +195,8 @@ bool CheckReplaceable(const std::string& target, bool overwrite) {
     if (fs::is_symlink(status)) throw Failure("exists", refusal + "a link; name the file that it leads to");
     if (!fs::is_regular_file(status)) throw Failure("exists", refusal + "no regular file; choose another name");
     if (!overwrite) throw Failure("exists", "cannot write '" + target + "': it exists; --overwrite replaces it");
+    if ((status.permissions() & fs::perms::owner_write) == fs::perms::none)
+        throw Failure("write-protected", refusal + "write-protected; lift that, or choose another name");
     return true;
 }
 

@@ -21,7 +21,7 @@ std::string TextOf(const std::filesystem::path& path);
 
 // Looks at a name that shall be written before any work is done: whether a file is there, which may be replaced. Throws
 // Failure when it is there and `overwrite` does not allow that, and always for what a rename must not take the place
-// of: a folder, a link, a device or a pipe.
+// of: a folder, a link, a device or a pipe, and a file that is write-protected.
 bool CheckReplaceable(const std::string& target, bool overwrite);
 
 // Throws Failure when the only `extension` that `what` is written with is not that of `target`.

@@ -50,6 +50,15 @@ class WriteTest(ToolTest):
         self.assertEqual(self.read("kept"), b"old")
         self.assertFalse(os.path.exists("nowhere"))
 
+    def test_a_write_protected_file_is_not_replaced(self):
+        for arguments in WRITES:
+            self.write(arguments[-1], b"old")
+            os.chmod(arguments[-1], 0o444)
+            self.assert_fails("write-protected", *arguments, "--overwrite", says=(arguments[-1],))
+            self.assertEqual(self.read(arguments[-1]), b"old")
+            os.remove(arguments[-1])
+        self.assertEqual(os.listdir("."), ["a.flm"])
+
     def test_a_device_is_not_replaced(self):
         if not is_native():
             self.skipTest("the runner's host has no devices among its files")
