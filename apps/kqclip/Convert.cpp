@@ -134,6 +134,9 @@ void Convert(const CommonOptions& common, const InputOptions& input, const Conve
         staging.Commit();
     }
     report.facts["output"] = output;
+    if (const Json& found = report.facts["input"]["pulldown"]; !common.json && found["source"] == "guessed")
+        found["phase"] == 0 ? std::printf("no pull-down was found, and none removed\n")
+                            : std::printf("removed the pull-down of phase %d\n", found["phase"].get<int>());
     if (!common.json) Print(output);
 }
 

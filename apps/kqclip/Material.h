@@ -174,6 +174,9 @@ private:
 // "tif".
 std::string ShortExtension(const std::string& extension);
 
+// "640 x 480 pixels".
+std::string SizeText(const KQClip* clip);
+
 struct BitmapDeleter {
     void operator()(KQBitmap* bitmap) const { FreeBitmapKQ(bitmap); }
 };

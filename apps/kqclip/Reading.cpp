@@ -11,10 +11,6 @@ namespace {
 
 constexpr const char* kScaled = "was scaled; leave it out with --frames, or convert it alone";
 
-std::string SizeText(const KQClip* clip) {
-    return std::to_string(clip->width) + " x " + std::to_string(clip->height) + " pixels";
-}
-
 void AddOnce(std::vector<int>& numbers, int number) {
     if (number >= 0 && (numbers.empty() || numbers.back() != number)) numbers.push_back(number);
 }
@@ -75,6 +71,10 @@ bool MakeOpaque(KQBitmap* bitmap) {
 }
 
 }   // namespace
+
+std::string SizeText(const KQClip* clip) {
+    return std::to_string(clip->width) + " x " + std::to_string(clip->height) + " pixels";
+}
 
 void Material::NoteDamage(int number, const std::string& text, Report& report) const {
     AddOnce(report.damaged, number);

@@ -1,8 +1,10 @@
 """Tests of how the tool finds and reads its input: names, numbers, gaps and pull-down of sequences."""
 import os
 import shutil
+import struct
+import zlib
 
-from tool import ToolTest, film_of, filmstrip, main, pictures_of
+from tool import COMMAND, ToolTest, film_of, filmstrip, is_native, main, pictures_of
 
 LARGEST = 2147483647
 
@@ -139,7 +141,177 @@ class ReadTest(ToolTest):
         self.numbered("s.", [1, 2, LARGEST])
         self.assert_fails("missing-frames", "info", "s.#.vpb", "--pulldown", "1", says=("too far apart",))
 
+    # Compare.
+
+    def test_two_named_stills_of_a_sequence_are_compared_as_such(self):
+        self.numbered("s.", [1, 2, 3])
+        os.mkdir("t")
+        for number in (1, 2, 3):
+            shutil.copyfile(f"s.{number:04d}.vpb", f"t/s.{number:04d}.vpb")
+        answer = self.run_json("compare", "s.0001.vpb", "s.0002.vpb", code=4)
+        self.assertEqual((answer["comparison"]["compared"], answer["left"]["frames"]), (1, 1))
+        self.assertEqual(self.compared("s.0001.vpb", "s.0001.vpb"), 1)
+        self.assertEqual(self.compared("s.0001.vpb", os.path.join("t", "s.0002.vpb")), 3)
+        self.run_tool("compare", "s.0001.vpb", os.path.join("t", "s.0002.vpb"), "--single", code=4)
+        self.assertEqual(self.compared("s.0002.vpb", os.path.join("t", "s.0002.vpb"), "--single"), 1)
+
+    def test_a_skipped_frame_does_not_slide_the_pairs(self):
+        self.numbered("s.", [1, 2, 3, 4])
+        self.run_tool("convert", "s.####.vpb", "all.flm")
+        os.remove("s.0002.vpb")
+        answer = self.run_json("compare", "s.####.vpb", "all.flm", "--frames", "1-4", "--frames-b", "0-3", "--missing", "skip", code=3)
+        self.assertEqual((answer["comparison"]["compared"], answer["comparison"]["equal"], answer["missing"]), (3, True, "2"))
+
+    def test_compare_fills_gaps_as_told(self):
+        self.numbered("s.", [1, 2, 3, 4])
+        self.run_tool("convert", "s.####.vpb", "all.flm")
+        os.remove("s.0003.vpb")
+        for policy in ("hold", "nearest", "black"):
+            self.run_tool("convert", "s.####.vpb", f"{policy}.flm", "--missing", policy, code=3)
+            answer = self.run_json("compare", "s.####.vpb", f"{policy}.flm", "--missing", policy, code=3)["comparison"]
+            self.assertEqual((answer["compared"], answer["equal"]), (4, True), policy)
+        answer = self.run_json("compare", "s.####.vpb", "all.flm", "--missing", "hold", code=4)["comparison"]
+        self.assertEqual((answer["compared"], answer["firstDifferent"]), (4, 3))
+
+    def test_compare_takes_its_input_as_told(self):
+        picture, = self.film("a.flm", frames=1, alpha=True)
+        plain = b"".join(picture[i:i + 3] + b"\xff" for i in range(0, len(picture), 4))
+        self.write("plain.flm", film_of([plain], 8, 6))
+        self.run_tool("compare", "a.flm", "plain.flm", "--alpha", "straight", code=4)
+        self.run_tool("compare", "a.flm", "plain.flm", "--alpha", "none")
+        self.run_tool("compare", "plain.flm", "a.flm", "--alpha", "straight", "--alpha-b", "none")
+        answer = self.run_json("compare", "a.flm", "a.flm", "--alpha", "straight", "--invert-alpha-b", code=4)
+        self.assertEqual((answer["left"]["alpha"]["inverted"], answer["right"]["alpha"]["inverted"]), (False, True))
+        answer = self.run_json("compare", "a.flm", "a.flm", "--matte", "ff0000", "--alpha-b", "none", code=4)
+        self.assertEqual(answer["right"]["alpha"]["mode"], "none")
+        os.rename("plain.flm", "plain.bin")
+        self.run_tool("compare", "a.flm", "plain.bin", "--alpha", "none", "--extension-b", "flm")
+
+    def test_compare_removes_the_pulldown_of_one(self):
+        self.numbered("s.", range(0, 10))
+        self.run_tool("convert", "s.####.vpb", "film.flm", "--pulldown", "1")
+        self.assertEqual(self.compared("s.####.vpb", "film.flm", "--pulldown", "1", "--pulldown-b", "0"), 8)
+
+    def test_clips_of_different_sizes_are_no_comparison(self):
+        self.film("a.flm")
+        self.film("b.flm", width=16)
+        self.assert_fails("different-size", "compare", "a.flm", "b.flm", says=("8 x 6", "16 x 6", "--size"))
+
+    def test_the_hint_names_the_list_of_b(self):
+        self.film("a.flm", frames=5)
+        self.film("b.flm", frames=3)
+        self.assert_fails("missing-frames", "compare", "a.flm", "b.flm", "--frames", "3", says=("'b.flm'", "--frames-b"))
+        self.assert_fails("wrong-use", "compare", "a.flm", "b.flm", "--frames", "3", "--frames-b", "x", exit_code=2, says=("--frames-b: 'x'",))
+        _, err = self.run_tool("compare", "a.flm", "b.flm", "--frames", "9", code=1)
+        self.assertNotIn("--frames-b", err)
+
+    # What takes the place of a frame that cannot be read.
+
+    def test_the_nearest_frame_is_near_by_number(self):
+        pictures = self.numbered("s.", [1, 5, 6, 20])
+        self.write("s.0005.vpb", b"damaged")
+        got = self.frames_of("s.####.vpb", "--frames", "1,5,6", "--missing", "nearest", code=3)
+        self.assertEqual(got, [pictures[0], pictures[2], pictures[2]])
+        got = self.frames_of("s.####.vpb", "--frames", "4-5", "--missing", "hold", code=3)
+        self.assertEqual(got, [pictures[0], pictures[0]])
+        # 1 and 20 stand equally near to 6 in the list.
+        self.write("s.0006.vpb", b"damaged")
+        self.assertEqual(self.frames_of("s.####.vpb", "--frames", "6", "--missing", "nearest", code=3), [pictures[0]])
+
+    # Rates, extensions, words.
+
+    def test_rates_are_numbers_or_fractions(self):
+        self.film()
+        for text, rate in (("24000/1001", 24000 / 1001), ("23.976", 23.976), ("50", 50.0)):
+            clip = self.run_json("info", "a.flm", "--rate", text)["input"]
+            self.assertEqual((clip["rate"], clip["rateSource"]), (rate, "given"))
+        for text in ("nan", "inf", "0", "-1", "24/0", "24/", "/2", "1e9", "24/1001x", "0/0"):
+            self.assert_fails("wrong-use", "info", "a.flm", f"--rate={text}", exit_code=2, says=("--rate", "24000/1001"))
+
+    def test_an_assumed_rate_is_told(self):
+        self.numbered("s.", [1, 2])
+        self.film(rate=30)
+        self.assertRegex(self.run_tool("info", "s.#.vpb")[0], r"rate: +30 frames a second \(assumed\)\n")
+        self.assertRegex(self.run_tool("info", "a.flm")[0], r"rate: +30 frames a second\n")
+        self.assertEqual(self.run_json("info", "s.#.vpb")["input"]["rateSource"], "assumed")
+        self.assertEqual(self.run_json("info", "a.flm")["input"]["rateSource"], "the file")
+        self.assertEqual(self.run_json("info", "s.#.vpb")["input"]["rate"], 30)
+
+    def test_pulldown_has_the_rate_that_was_told(self):
+        self.film(frames=10, rate=25)
+        self.assertEqual(self.run_json("info", "a.flm", "--rate", "30", "--pulldown", "1")["input"]["rate"], 24)
+
+    def test_a_guess_that_finds_nothing_is_told(self):
+        self.write("a.flm", film_of([b"\x55\x66\x77\xff" * 48] * 5, 8, 6))
+        self.assertRegex(self.run_tool("info", "a.flm", "--pulldown", "guess")[0], r"pull-down: +none found\n")
+        self.assertIn("no pull-down was found", self.run_tool("convert", "a.flm", "b.flm", "--pulldown", "guess")[0])
+        self.assertNotIn("pull-down", self.run_tool("info", "a.flm")[0])
+
+    def test_an_extension_may_have_its_dot_and_capitals(self):
+        self.film("a.bin")
+        for extension in ("flm", ".flm", "FLM", ".Flm"):
+            self.assertEqual(self.run_json("info", "a.bin", "--extension", extension)["input"]["frames"], 5)
+
+    def test_an_unknown_command_is_told_with_those_that_there_are(self):
+        self.assert_fails("wrong-use", "convrt", "a.flm", exit_code=2, says=("no command 'convrt'", "formats, info, sheet", "--help"))
+        self.assert_fails("wrong-use", exit_code=2, says=("no command is given", "convert"))
+        self.assert_fails("wrong-use", "--loud", exit_code=2, says=("before '--loud'",))
+
+    def test_control_characters_do_not_break_the_answer(self):
+        if not is_native():
+            self.skipTest("names of files hold no control characters there")
+        self.assert_fails("not-found", "info", "no\nsuch\x1b[31m\x07.flm", says=("no such?[31m?.flm",))
+        self.film("a\nb\x01.flm")
+        self.assertEqual(self.run_json("info", "a\nb\x01.flm")["input"]["path"], "a\nb\x01.flm")
+        self.run_json("info", "a\nb\x01.flm", "--frames", "9", code=1)
+
+    # With the module for stills.
+
+    def test_alpha_that_the_first_frame_has_not_is_told(self):
+        self.needs_stills()
+        opaque = [bytes([n * 9 % 256, 50, 99, 255]) for n in range(48)]
+        clear = [pixel[:3] + bytes([n * 5]) for n, pixel in enumerate(opaque)]
+        self.png("p.1.png", opaque, False)
+        self.png("p.2.png", clear, True)
+        self.png("p.3.png", opaque, True)
+        for command in (("info", "p.#.png"), ("convert", "p.#.png", "o.flm", "--overwrite")):
+            answer = self.run_json(*command, code=3, **self.stills_folder())
+            self.assertEqual({warning["code"] for warning in answer["warnings"]}, {"lost-alpha"})
+            self.assertIn("p.2.png", answer["warnings"][0]["message"])
+        self.assertEqual(pictures_of(self.read("o.flm"))[3], [b"".join(opaque)] * 3)
+        self.run_json("convert", "p.#.png", "o.flm", "--alpha", "straight", "--overwrite", **self.stills_folder())
+        self.assertEqual(pictures_of(self.read("o.flm"))[3], [b"".join(opaque), b"".join(clear), b"".join(opaque)])
+        self.run_json("convert", "p.#.png", "o.flm", "--alpha", "none", "--overwrite", **self.stills_folder())
+
+    def test_the_reason_of_the_last_of_many_frames_is_told(self):
+        self.needs_stills()
+        self.png("p.0000.png", [b"\0\0\0\xff"] * 48, False)
+        for n in range(1, 1101):
+            self.write(f"p.{n:04d}.png", b"damaged")
+        answer = self.run_json("info", "p.####.png", code=3, **self.stills_folder())
+        self.assertEqual(len(answer["warnings"]), 1100)
+        for warning in answer["warnings"]:
+            self.assertIn("the module says: ", warning["message"])
+
     # Help of the tests above.
+
+    def compared(self, *arguments):
+        return self.run_json("compare", *arguments)["comparison"]["compared"]
+
+    def stills_folder(self):
+        return {"KQCLIP_MODULES": os.path.join(os.path.dirname(COMMAND[-1]), "modules")}
+
+    def needs_stills(self):
+        if not os.path.exists(os.path.join(self.stills_folder()["KQCLIP_MODULES"], "stills.ifm")):
+            self.skipTest("the module for stills is not built here")
+
+    def png(self, name, pixels, alpha):
+        """A PNG of 8 x 6 pixels, with an alpha channel or without."""
+        def chunk(kind, data):
+            return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+        rows = b"".join(b"\0" + b"".join(pixel if alpha else pixel[:3] for pixel in pixels[y * 8:y * 8 + 8]) for y in range(6))
+        head = struct.pack(">IIBBBBB", 8, 6, 8, 6 if alpha else 2, 0, 0, 0)
+        self.write(name, b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
 
     def numbered(self, head, numbers, digits=4, tail=".vpb", seed=1):
         """Writes head NNNN tail for these numbers; what each reads back as."""
