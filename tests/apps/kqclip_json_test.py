@@ -129,6 +129,8 @@ class JsonTest(ToolTest):
             guide = file.read()
         for code in SCHEMA["$defs"]["errorCode"]["enum"]:
             self.assertIn(f"`{code}`", guide)
+        for code in SCHEMA["properties"]["warnings"]["items"]["properties"]["code"]["enum"]:
+            self.assertIn(f"`{code}`", guide)
 
 
 if __name__ == "__main__":
