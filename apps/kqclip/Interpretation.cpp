@@ -177,7 +177,7 @@ bool Material::FormatTellsAlpha() const {
     ClipHandle probe(NewClipKQ());
     if (!probe) return false;
     probe->format = clip_->format;
-    probe->fileSpec = MakeFileSpecKQ(sequence_ ? files_.front().path.c_str() : clip_->fileSpec);
+    probe->fileSpec = MakeFileSpecKQ(opened_.c_str());
     if (!probe->fileSpec || !probe->format->Open(probe.get(), nullptr)) return false;
     bool tells = probe->flags & KQCLIP_ALPHA_KNOWN;
     probe->format->Close(probe.get());

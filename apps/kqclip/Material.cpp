@@ -121,8 +121,10 @@ void Material::OpenFile(const std::string& file) {
                       {options_.alpha.empty() ? KQTAG_Ignore : KQTAG_CLIP_NOGUESS, 0},
                       {KQTAG_End, 0}};
     ListenAnew();
-    clip_.reset(OpenClipKQ(file.c_str(), tags));
-    if (!clip_) throw LibraryFailure("open", file, GetErrorKQ());
+    ClipHandle clip(OpenClipKQ(file.c_str(), tags));
+    if (!clip) throw LibraryFailure("open", file, GetErrorKQ());
+    clip_ = std::move(clip);   // not before: what ends the one before clears the error
+    opened_ = file;
     SettleRate();
     numbers_.resize(size_t(std::max(clip_->frameCount, 0)));
     std::iota(numbers_.begin(), numbers_.end(), 0);
@@ -137,6 +139,17 @@ void Material::SettleRate() {
     clip->frameRate = clip->sourceRate = clip->nativeRate = kUsualRate;
 }
 
+// What a clip is like is told by its first file: where frames may be damaged, by the first that can be opened.
+void Material::OpenFirst(const std::vector<NumberedFile>& files) {
+    for (const NumberedFile& file : files) {
+        try {
+            return OpenFile(file.path);
+        } catch (const Failure&) {
+            if (options_.missing == Missing::Error || &file == &files.back()) throw;
+        }
+    }
+}
+
 // One file of a sequence stands for all of it.
 void Material::OpenNamed(const std::string& file) {
     OpenFile(file);
@@ -146,7 +159,7 @@ void Material::OpenNamed(const std::string& file) {
     NoteLeftOut(found, NameOf(file));
     auto isNamed = [&](const NumberedFile& other) { return NameOf(other.path) == NameOf(file); };
     if (found.files.size() < 2 || !pattern->NumberOf(NameOf(file))) return;
-    if (!isNamed(found.files.front())) OpenFile(found.files.front().path);   // alpha is guessed from the first
+    if (!isNamed(found.files.front())) OpenFirst(found.files);   // alpha is guessed from the first
     BecomeSequence(*pattern, found);
 }
 
@@ -161,7 +174,7 @@ void Material::OpenPattern(const Pattern& pattern) {
     if (found.files.empty())
         throw Failure("not-found",
                       cannot + "the pattern matches no file in '" + folder + "'; look at the name and at the folder");
-    OpenFile(found.files.front().path);
+    OpenFirst(found.files);
     if (IsFilm() && found.files.size() > 1)
         throw Failure("ambiguous", cannot + "it names " + std::to_string(found.files.size()) +
                                        " films, each a clip of its own; name one of them, such as " +

@@ -119,6 +119,7 @@ private:
     void OpenPath();
     void OpenNamed(const std::string& file);
     void OpenFile(const std::string& file);
+    void OpenFirst(const std::vector<NumberedFile>& files);
     void OpenPattern(const Pattern& pattern);
     void OpenFolder(const std::string& folder);
     bool IsFilm() const { return GetImportPropertiesKQ(clip_->format) & KQFORMAT_MULTIFRAME; }
@@ -160,6 +161,7 @@ private:
 
     InputOptions options_;
     ClipHandle clip_;
+    std::string opened_;   // the file that tells what the clip is like
     bool sequence_ = false;
     std::vector<File> files_;        // of a sequence
     std::vector<int> numbers_;       // of the presented frames that are there

@@ -84,6 +84,13 @@ class ReadTest(ToolTest):
         self.run_json("info", "two/t_20240105123456.vpb", "--single")
         self.assert_fails("not-found", "info", "two", says=("2147483647", "--single"))
 
+    def test_fields_of_a_sequence_are_those_of_a_film(self):
+        self.numbered("s.", [1, 2, 3])
+        self.run_tool("convert", "s.####.vpb", "all.flm")
+        for fields in "12":
+            options = ("--fields", fields, "--split-fields")
+            self.assertEqual(self.frames_of("s.####.vpb", *options), self.frames_of("all.flm", *options))
+
     # Pull-down of sequences.
 
     def test_pulldown_of_a_sequence_is_that_of_a_film(self):
@@ -217,6 +224,19 @@ class ReadTest(ToolTest):
         # 1 and 20 stand equally near to 6 in the list.
         self.write("s.0006.vpb", b"damaged")
         self.assertEqual(self.frames_of("s.####.vpb", "--frames", "6", "--missing", "nearest", code=3), [pictures[0]])
+
+    def test_a_damaged_first_frame_follows_the_policy(self):
+        pictures = self.numbered("s.", [1, 2, 3])
+        self.write("s.0001.vpb", b"damaged")
+        black = b"\0\0\0\xff" * 48
+        for name in ("s.####.vpb", "s.0002.vpb"):
+            self.assert_fails("cannot-read", "convert", name, "o.flm", says=("s.0001.vpb",))
+            for policy, first in (("skip", []), ("nearest", pictures[1:2]), ("hold", [black]), ("black", [black])):
+                self.assertEqual(self.frames_of(name, "--missing", policy, code=3), first + pictures[1:], policy)
+        self.assertEqual(self.run_json("info", "s.####.vpb", "--missing", "skip", code=3)["damaged"], "1")
+        self.write("s.0002.vpb", b"damaged")
+        self.write("s.0003.vpb", b"damaged")
+        self.assert_fails("cannot-read", "info", "s.####.vpb", "--missing", "skip", says=("s.0003.vpb",))
 
     # Rates, extensions, words.
 
