@@ -3,11 +3,15 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 
 #include "apps/kqclip/Commands.h"
 #include "apps/kqclip/FrameRange.h"
+#include "apps/kqclip/Output.h"
 #include "apps/kqclip/Progress.h"
+
+namespace fs = std::filesystem;
 
 namespace kqclip {
 
@@ -53,7 +57,7 @@ struct Pairs {
     std::vector<int> onlyLeft, onlyRight;
 };
 
-// Frames of two sequences belong together by their numbers where one has gaps or is longer; else by their place.
+// Frames belong together by their numbers or by their place.
 Pairs Pair(const std::vector<Step>& a, const std::vector<Step>& b, bool byNumber) {
     Pairs pairs;
     if (!byNumber) {
@@ -93,23 +97,45 @@ void Print(const Json& comparison) {
     std::printf("%s\n", comparison["equal"] ? ("equal" + within).c_str() : "different");
 }
 
+// Two files of one sequence would both stand for all of it, and be equal; they are meant as they are named.
+bool AreStillsOfOneSequence(const std::string& a, const std::string& b) {
+    std::error_code error;
+    auto isFile = [&](const std::string& path) { return fs::is_regular_file(PathFrom(path), error); };
+    auto folder = [](const std::string& path) { return PathFrom(FolderOf(path).empty() ? "." : FolderOf(path)); };
+    auto pattern = PatternOfFile(a), other = PatternOfFile(b);
+    return pattern && other && isFile(a) && isFile(b) && pattern->DigitsOf(NameOf(b)) && other->DigitsOf(NameOf(a)) &&
+           fs::equivalent(folder(a), folder(b), error);
+}
+
+InputOptions Alone(const InputOptions& input, bool alone) {
+    InputOptions options = input;
+    options.single |= alone;
+    return options;
+}
+
+// Frames of two sequences without lists belong together by their numbers, unless both are whole and equally long.
+Pairs PairFrames(const Material& a, const Material& b, Missing missing, bool lists, Report& report) {
+    bool fills = missing != Missing::Error && missing != Missing::Skip;
+    std::vector<Step> left = a.Plan(report, !fills, lists), right = b.Plan(report, !fills, lists);
+    bool alike = left.size() == right.size() && (fills || (!a.HasGaps() && !b.HasGaps()));
+    return Pair(left, right, a.IsSequence() && b.IsSequence() && !lists && !alike);
+}
+
 }   // namespace
 
 void Compare(const CommonOptions& common, const InputOptions& left, const InputOptions& right, int tolerance,
              Report& report) {
-    Material a(left), b(right);
+    bool alone = AreStillsOfOneSequence(left.path, right.path);
+    Material a(Alone(left, alone)), b(Alone(right, alone));
     report.facts["left"] = a.Describe();
     report.facts["right"] = b.Describe();
     KQClip *clipA = a.Clip(), *clipB = b.Clip();
     if (clipA->width != clipB->width || clipA->height != clipB->height)
-        throw Failure("different-size",
-                      "cannot compare '" + left.path + "' and '" + right.path +
-                          "': their pictures have different sizes; convert one with --size",
-                      kDifferent);
+        throw Failure("different-size", "cannot compare '" + left.path + "' and '" + right.path +
+                                            "': their pictures have different sizes, " + SizeText(clipA) + " and " +
+                                            SizeText(clipB) + "; convert one with --size");
     bool lists = !left.frames.empty() || !right.frames.empty();
-    bool alike = a.Numbers().size() == b.Numbers().size() && !a.HasGaps() && !b.HasGaps();
-    bool byNumber = a.IsSequence() && b.IsSequence() && !lists && !alike;
-    Pairs pairs = Pair(a.Plan(report, true), b.Plan(report, true), byNumber);
+    Pairs pairs = PairFrames(a, b, left.missing, lists, report);
     Bitmap bitmapA = MakeBitmap(clipA->width, clipA->height), bitmapB = MakeBitmap(clipA->width, clipA->height);
     Difference total;
     Json first = nullptr;

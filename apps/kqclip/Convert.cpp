@@ -1,6 +1,7 @@
 // kqclip convert: the frames of one clip written as another, through the format module of the output's extension.
 #include <cctype>
 #include <charconv>
+#include <climits>
 #include <cstdio>
 
 #include "apps/kqclip/Commands.h"
@@ -15,6 +16,13 @@ namespace {
 // Two steps for each, a field each, numbered so that the fields of frame n are 2 n and 2 n + 1.
 std::vector<Step> SplitFields(const std::vector<Step>& steps) {
     std::vector<Step> fields;
+    for (const Step& step : steps)
+        if (step.number > INT_MAX / 2 || step.number < INT_MIN / 2)
+            throw Failure("wrong-use",
+                          "--split-fields: the fields of frame " + std::to_string(step.number) +
+                              " would have numbers beyond " + std::to_string(INT_MAX) +
+                              "; leave it out with --frames, or number the input's files lower",
+                          kWrongUse);
     for (const Step& step : steps)
         for (int field : {0, 1}) fields.push_back({step.number * 2 + field, step.index, step.missing, field});
     return fields;
@@ -140,6 +148,9 @@ void Convert(const CommonOptions& common, const InputOptions& input, const Conve
         staging.Commit();
     }
     report.facts["output"] = output;
+    if (const Json& found = report.facts["input"]["pulldown"]; !common.json && found["source"] == "guessed")
+        found["phase"] == 0 ? std::printf("no pull-down was found, and none removed\n")
+                            : std::printf("removed the pull-down of phase %d\n", found["phase"].get<int>());
     if (!common.json) Print(output);
 }
 

@@ -10,20 +10,21 @@ namespace {
 
 constexpr size_t kMostFrames = 10000000;
 
-[[noreturn]] void Refuse(const std::string& part, const char* why) {
-    throw Failure("wrong-use", "--frames: '" + part + "' " + why + "; write 1-100, 1-100x2 or 1,5,9", kWrongUse);
+[[noreturn]] void Refuse(const std::string& option, const std::string& part, const char* why) {
+    throw Failure("wrong-use", option + ": '" + part + "' " + why + "; write 1-100, 1-100x2 or 1,5,9", kWrongUse);
 }
 
 // Reads one part: N, N-M or N-MxS. A minus in front of a number is its sign.
 class PartReader {
 public:
-    explicit PartReader(const std::string& part) : part_(part), at_(part.data()), end_(part.data() + part.size()) {}
+    PartReader(const std::string& option, const std::string& part)
+        : option_(option), part_(part), at_(part.data()), end_(part.data() + part.size()) {}
 
     int Number() {
         int value = 0;
         auto [next, error] = std::from_chars(at_, end_, value);
-        if (error == std::errc::result_out_of_range) Refuse(part_, "holds a number that is too large");
-        if (error != std::errc()) Refuse(part_, "is no frame number");
+        if (error == std::errc::result_out_of_range) Refuse(option_, part_, "holds a number that is too large");
+        if (error != std::errc()) Refuse(option_, part_, "is no frame number");
         at_ = next;
         return value;
     }
@@ -35,26 +36,27 @@ public:
     }
 
     void ExpectEnd() const {
-        if (at_ != end_) Refuse(part_, "is no frame number or range");
+        if (at_ != end_) Refuse(option_, part_, "is no frame number or range");
     }
 
 private:
+    const std::string& option_;
     const std::string& part_;
     const char* at_;
     const char* end_;
 };
 
-void AddPart(std::vector<int>& numbers, const std::string& part) {
-    PartReader reader(part);
+void AddPart(std::vector<int>& numbers, const std::string& option, const std::string& part) {
+    PartReader reader(option, part);
     long long first = reader.Number(), last = first, step = 1;
     if (reader.Takes('-')) {
         last = reader.Number();
         if (reader.Takes('x')) step = reader.Number();
-        if (step < 1) Refuse(part, "has a step below 1");
+        if (step < 1) Refuse(option, part, "has a step below 1");
     }
     reader.ExpectEnd();
     long long count = (first <= last ? last - first : first - last) / step + 1;
-    if (numbers.size() + size_t(count) > kMostFrames) Refuse(part, "asks for more than ten million frames");
+    if (numbers.size() + size_t(count) > kMostFrames) Refuse(option, part, "asks for more than ten million frames");
     for (long long i = 0; i < count; ++i) numbers.push_back(int(first <= last ? first + i * step : first - i * step));
 }
 
@@ -66,12 +68,12 @@ std::string ShowRun(int first, int last, int step) {
 
 }   // namespace
 
-std::vector<int> ParseFrames(const std::string& text) {
+std::vector<int> ParseFrames(const std::string& text, const std::string& option) {
     std::vector<int> numbers;
     size_t from = 0;
     for (;;) {
         size_t comma = text.find(',', from);
-        AddPart(numbers, text.substr(from, comma - from));
+        AddPart(numbers, option, text.substr(from, comma - from));
         if (comma == std::string::npos) return numbers;
         from = comma + 1;
     }

@@ -44,13 +44,16 @@ void PrintFacts(const Json& clip) {
         PrintRow("numbers:", clip["numbers"]["present"]);
         if (clip["numbers"]["missing"] != "") PrintRow("missing:", clip["numbers"]["missing"]);
     }
-    PrintRow("rate:", Decimal(clip["rate"], "%.6g frames a second"));
+    PrintRow("rate:",
+             Decimal(clip["rate"], "%.6g frames a second") + (clip["rateSource"] == "assumed" ? " (assumed)" : ""));
     PrintRow("length:", Decimal(clip["seconds"], "%.3f seconds"));
     PrintRow("pixel aspect:", Decimal(clip["pixelAspect"], "%.6g"));
     if (clip["fields"] != 0) PrintRow("fields:", clip["fields"] == 1 ? "even rows first" : "odd rows first");
     if (clip["pulldown"]["phase"] != 0)
         PrintRow("pull-down:", "phase " + std::to_string(clip["pulldown"]["phase"].get<int>()) + ", removed (" +
                                    clip["pulldown"]["source"].get<std::string>() + ")");
+    else if (clip["pulldown"]["source"] == "guessed")
+        PrintRow("pull-down:", "none found");
 }
 
 std::string ExtensionText(u32 code) {
@@ -80,7 +83,7 @@ void Info(const CommonOptions& common, const InputOptions& input, Report& report
     Material material(input);
     report.facts["input"] = material.Describe();
     material.Plan(report, true);
-    Progress progress("info", int(material.Numbers().size()), common.progress);
+    Progress progress("info", material.FileCount(), common.progress);
     material.CheckFiles(report, [&](int done) { progress.Show(done); });
     if (!common.json) PrintFacts(report.facts["input"]);
 }

@@ -2,13 +2,13 @@
 #include "apps/kqclip/Material.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <numeric>
 #include <set>
 
-#include "apps/kqclip/FrameRange.h"
 #include "apps/kqclip/Library.h"
 #include "apps/kqclip/Output.h"
 
@@ -17,6 +17,15 @@ namespace fs = std::filesystem;
 namespace kqclip {
 
 namespace {
+
+// Clips that do not tell their rate are taken for video.
+constexpr double kUsualRate = 30.0;
+
+// What the library is given to start from: a module that finds a rate in the file, be it the usual one, changes it.
+constexpr double kAssumedRate = kUsualRate + 1.0 / (1 << 30);
+
+constexpr const char* kLargestNumber = "2147483647";
+constexpr size_t kMostNamed = 5;
 
 // Some module's CheckFile takes files of this extension.
 bool SomeModuleReads(const std::string& file) {
@@ -63,8 +72,10 @@ struct FolderClips {
 std::string ShortExtension(const std::string& extension) {
     static const std::map<std::string, std::string> kShort = {
         {"jpeg", "jpg"}, {"jpe", "jpg"}, {"jfif", "jpg"}, {"tiff", "tif"}, {"targa", "tga"}};
-    auto known = kShort.find(extension);
-    return known == kShort.end() ? extension.substr(0, 4) : known->second;
+    std::string letters = extension.substr(extension.rfind('.', 0) == 0 ? 1 : 0);
+    for (char& c : letters) c = char(std::tolower(static_cast<unsigned char>(c)));
+    auto known = kShort.find(letters);
+    return known == kShort.end() ? letters.substr(0, 4) : known->second;
 }
 
 Bitmap MakeBitmap(i32 width, i32 height) {
@@ -90,64 +101,130 @@ void Material::OpenPath() {
     bool isFolder = fs::is_directory(path, error);
     FinishKilledMoves(isFolder ? TextOf(path / "") : options_.path);
     if (isFolder) return OpenFolder(TextOf(path / ""));
-    if (fs::exists(path, error)) return OpenFile(options_.path, options_.single);
+    if (fs::exists(path, error)) return OpenNamed(options_.path);
     if (auto pattern = ParsePattern(options_.path)) return OpenPattern(*pattern);
     throw Failure("not-found",
                   "cannot open '" + options_.path + "': there is no such file, folder or pattern; look at the name");
 }
 
-void Material::OpenFile(const std::string& file, bool single) {
+// The file alone; BecomeSequence adds the others. The files of a sequence are listed here and not by the library, which
+// would take the longest run of digits of a name for its number.
+void Material::OpenFile(const std::string& file) {
     std::string extension = ShortExtension(options_.extension.empty() ? ExtensionOf(file) : options_.extension);
     char code[4] = {};
     std::memcpy(code, extension.data(), extension.size());
-    double rate = options_.rate.value_or(30.0);
+    double rate = options_.rate.value_or(kAssumedRate);
     TagItem tags[] = {{KQTAG_CLIP_NOASK, 0},
-                      {single ? KQTAG_CLIP_SINGLE : KQTAG_Ignore, 0},
+                      {KQTAG_CLIP_SINGLE, 0},
                       {extension.empty() ? KQTAG_Ignore : KQTAG_CLIP_EXTENSION, uptr(code)},
                       {KQTAG_CLIP_DEFAULT_RATE, uptr(&rate)},
                       {options_.alpha.empty() ? KQTAG_Ignore : KQTAG_CLIP_NOGUESS, 0},
                       {KQTAG_End, 0}};
     ListenAnew();
-    clip_.reset(OpenClipKQ(file.c_str(), tags));
-    if (!clip_) throw LibraryFailure("open", file, GetErrorKQ());
-    bool multiframe = GetImportPropertiesKQ(clip_->format) & KQFORMAT_MULTIFRAME;
-    sequence_ = !multiframe && clip_->sourceFrames >= 2;
+    ClipHandle clip(OpenClipKQ(file.c_str(), tags));
+    if (!clip) throw LibraryFailure("open", file, GetErrorKQ());
+    clip_ = std::move(clip);   // not before: what ends the one before clears the error
+    opened_ = file;
+    SettleRate();
     numbers_.resize(size_t(std::max(clip_->frameCount, 0)));
-    for (int i = 0; i < int(numbers_.size()); ++i)
-        numbers_[size_t(i)] = sequence_ && clip_->frameNumbers ? clip_->frameNumbers[i] : i;
+    std::iota(numbers_.begin(), numbers_.end(), 0);
+    last_ = int(numbers_.size()) - 1;
 }
 
-// The files that the pattern names are listed here and not by the library, which would take the longest run of digits
-// of a name for its number.
-void Material::OpenPattern(const Pattern& pattern) {
-    std::map<int, std::string> files;
-    size_t places = size_t(pattern.digits);
-    for (const std::string& name : FilesOf(pattern.folder))
-        if (auto number = pattern.NumberOf(name)) {
-            places = std::max(places, name.size() - pattern.head.size() - pattern.tail.size());
-            files.emplace(*number, pattern.folder + name);
+void Material::SettleRate() {
+    KQClip* clip = clip_.get();
+    rateSource_ = options_.rate ? "given" : "the file";
+    if (options_.rate || clip->sourceRate != kAssumedRate) return;
+    rateSource_ = "assumed";
+    clip->frameRate = clip->sourceRate = clip->nativeRate = kUsualRate;
+}
+
+// What a clip is like is told by its first file: where frames may be damaged, by the first that can be opened.
+void Material::OpenFirst(const std::vector<NumberedFile>& files) {
+    for (const NumberedFile& file : files) {
+        try {
+            return OpenFile(file.path);
+        } catch (const Failure&) {
+            if (options_.missing == Missing::Error || &file == &files.back()) throw;
         }
-    if (files.empty())
-        throw Failure("not-found", "cannot open '" + options_.path + "': the pattern matches no file in '" +
-                                       (pattern.folder.empty() ? "." : pattern.folder) +
-                                       "'; look at the name and at the folder");
-    OpenFile(files.begin()->second, true);
-    numbers_.clear();
-    for (const auto& [number, file] : files) numbers_.push_back(number);
-    if (files.size() == 1) return;
-    sequence_ = true;
-    i32* table = static_cast<i32*>(AllocMemoryKQ(files.size() * sizeof(i32), 0));
-    char* spec = MakeFileSpecKQ(pattern.SequenceName(int(places)).c_str());
-    if (!table || !spec) {
-        FreeMemoryKQ(table);
-        FreeFileSpecKQ(spec);
-        throw Failure("no-memory", "out of memory for the frame numbers of '" + options_.path + "'");
     }
-    std::copy(numbers_.begin(), numbers_.end(), table);
+}
+
+// One file of a sequence stands for all of it.
+void Material::OpenNamed(const std::string& file) {
+    OpenFile(file);
+    auto pattern = PatternOfFile(file);
+    if (options_.single || !pattern || IsFilm()) return;
+    NumberedFiles found = FilesOf(*pattern);
+    NoteLeftOut(found, NameOf(file));
+    auto isNamed = [&](const NumberedFile& other) { return NameOf(other.path) == NameOf(file); };
+    if (found.files.size() < 2 || !pattern->NumberOf(NameOf(file))) return;
+    if (!isNamed(found.files.front())) OpenFirst(found.files);   // alpha is guessed from the first
+    BecomeSequence(*pattern, found);
+}
+
+void Material::OpenPattern(const Pattern& pattern) {
+    NumberedFiles found = FilesOf(pattern);
+    std::string cannot = "cannot open '" + options_.path + "': ",
+                folder = pattern.folder.empty() ? "." : pattern.folder;
+    if (found.files.empty() && found.tooLarge.size() == 1) return OpenFile(pattern.folder + found.tooLarge.front());
+    if (found.files.empty() && !found.tooLarge.empty())
+        throw Failure("not-found", cannot + "the numbers of its files are above " + kLargestNumber +
+                                       "; rename them, or name one, with --single");
+    if (found.files.empty())
+        throw Failure("not-found",
+                      cannot + "the pattern matches no file in '" + folder + "'; look at the name and at the folder");
+    OpenFirst(found.files);
+    if (IsFilm() && found.files.size() > 1)
+        throw Failure("ambiguous", cannot + "it names " + std::to_string(found.files.size()) +
+                                       " films, each a clip of its own; name one of them, such as " +
+                                       NameOf(found.files.front().path));
+    NoteLeftOut(found, "");
+    if (IsFilm()) return;
+    if (found.files.size() > 1) return BecomeSequence(pattern, found);
+    numbers_ = {found.files.front().number};
+    first_ = last_ = numbers_.front();
+}
+
+// Files that look like those of the clip and are not read.
+void Material::NoteLeftOut(const NumberedFiles& found, const std::string& taken) {
+    auto note = [&](const std::vector<std::string>& names, const std::string& why) {
+        std::string list;
+        size_t count = 0;
+        for (const std::string& name : names)
+            if (name != taken && ++count <= kMostNamed) list += (list.empty() ? "" : ", ") + name;
+        if (count > kMostNamed) list += " and " + std::to_string(count - kMostNamed) + " more";
+        if (count > 0) leftOut_.push_back("'" + options_.path + "' is read without " + list + ": " + why);
+    };
+    note(found.doubles, "another file has the same number");
+    note(found.tooLarge, std::string("frame numbers end at ") + kLargestNumber);
+}
+
+void Material::BecomeSequence(const Pattern& pattern, const NumberedFiles& found) {
+    size_t places = size_t(pattern.digits), around = pattern.folder.size() + pattern.head.size() + pattern.tail.size();
+    for (const NumberedFile& file : found.files) {
+        places = std::max(places, file.path.size() - around);
+        files_.push_back({file.number, file.path, file.number});
+    }
+    char* spec = MakeFileSpecKQ(pattern.SequenceName(int(places)).c_str());
+    if (!spec) throw Failure("no-memory", "out of memory for the name of '" + options_.path + "'");
     FreeFileSpecKQ(clip_->fileSpec);
     clip_->fileSpec = spec;
-    clip_->frameNumbers = table;
-    clip_->sourceFrames = clip_->frameCount = i32(files.size());
+    sequence_ = true;
+    PresentFiles();
+}
+
+// Each file is a frame.
+void Material::PresentFiles() {
+    numbers_.clear();
+    sources_.clear();
+    for (const File& file : files_) {
+        sources_.push_back({int(numbers_.size()), -1});
+        numbers_.push_back(file.number);
+    }
+    first_ = numbers_.front();
+    last_ = numbers_.back();
+    clip_->sourceFrames = clip_->frameCount = i32(files_.size());
 }
 
 void Material::OpenFolder(const std::string& folder) {
@@ -159,120 +236,17 @@ void Material::OpenFolder(const std::string& folder) {
     if (clips.shown.size() > 1)
         throw Failure("ambiguous", "cannot open the folder '" + folder +
                                        "': it holds more than one clip; name one of " + clips.List());
-    if (clips.patterns.empty()) return OpenFile(clips.lone, true);
+    if (clips.patterns.empty()) return OpenFile(clips.lone);
     OpenPattern(clips.patterns.begin()->second);
-}
-
-void Material::Interpret() {
-    InterpretAlpha();
-    InterpretTime();
-}
-
-void Material::InterpretAlpha() {
-    if (options_.alpha == "none") clip_->alphaMode = 0;
-    if (options_.alpha == "grey") clip_->alphaMode = 1;
-    if (options_.alpha == "straight" || options_.alpha == "premultiplied") {
-        clip_->alphaMode = 2;
-        clip_->alphaPremultiplied = options_.alpha == "premultiplied";
-    }
-    if (options_.invert) clip_->alphaInvert = 1;
-    if (options_.matte) clip_->matteColor = *options_.matte;
-}
-
-void Material::InterpretTime() {
-    KQClip* clip = clip_.get();
-    if (options_.rate) SetClipOptionsKQ(clip, KQTAG_CLIP_RATE, &*options_.rate, 0);
-    if (options_.fields) SetClipOptionsKQ(clip, KQTAG_CLIP_FIELDS, *options_.fields, 0);
-    if (options_.pulldown == "guess")
-        GuessPullDownKQ(clip);
-    else if (!options_.pulldown.empty())
-        SetClipOptionsKQ(clip, KQTAG_CLIP_PULLDOWN, std::atoi(options_.pulldown.c_str()), 0);
-    if (clip->frameCount == i32(numbers_.size())) return;
-    // Pull-down removal presents fewer frames, without file numbers.
-    numbers_.resize(size_t(std::max(clip->frameCount, 0)));
-    for (int i = 0; i < int(numbers_.size()); ++i) numbers_[size_t(i)] = i;
-}
-
-bool Material::HasGaps() const {
-    return !numbers_.empty() && (long long)(numbers_.back()) - numbers_.front() >= (long long)(numbers_.size());
-}
-
-// The numbers between the first and the last that are not there, as ParseFrames reads them.
-std::string Material::GapText() const {
-    std::string text;
-    for (size_t i = 1; i < numbers_.size() && HasGaps(); ++i) {
-        int from = numbers_[i - 1] + 1, to = numbers_[i] - 1;
-        if (from > to) continue;
-        text += (text.empty() ? "" : ",") + std::to_string(from);
-        if (to > from) text += "-" + std::to_string(to);
-    }
-    return text;
 }
 
 bool Material::Reads(const std::string& file) const {
     std::error_code error;
     fs::path wanted = fs::weakly_canonical(PathFrom(file), error);
-    if (sequence_) {
-        for (int i = 0; i < int(numbers_.size()); ++i)
-            if (NameOf(file) == NameOf(FileOf(i)) && fs::equivalent(wanted, PathFrom(FileOf(i)), error)) return true;
-        return false;
-    }
-    return fs::equivalent(wanted, PathFrom(clip_->fileSpec), error);
-}
-
-std::string Material::AlphaSource() const {
-    if (!options_.alpha.empty()) return "given";
-    if (clip_->depth != 32) return "no alpha channel";
-    return FormatTellsAlpha() ? "the file" : "guessed";
-}
-
-// Whether the module settles the alpha of the first file by itself, so that nothing was left to guess.
-bool Material::FormatTellsAlpha() const {
-    if (!clip_->format->pluginInfo) return false;
-    ClipHandle probe(NewClipKQ());
-    if (!probe) return false;
-    probe->format = clip_->format;
-    probe->fileSpec = MakeFileSpecKQ(FileOf(0).c_str());
-    if (!probe->fileSpec || !probe->format->Open(probe.get(), nullptr)) return false;
-    bool tells = probe->flags & KQCLIP_ALPHA_KNOWN;
-    probe->format->Close(probe.get());
-    return tells;
-}
-
-Json Material::Describe() const {
-    static const char* const kAlphaNames[] = {"none", "grey", "straight"};
-    const KQClip* clip = clip_.get();
-    const KQFloatRGB& matte = clip->matteColor;
-    bool premultiplied = clip->alphaMode == 2 && clip->alphaPremultiplied;
-    Json alpha = {{"mode", premultiplied ? "premultiplied" : kAlphaNames[std::clamp(clip->alphaMode, 0, 2)]},
-                  {"inverted", clip->alphaInvert != 0},
-                  {"matte", Json::array({matte.red, matte.green, matte.blue})},
-                  {"source", AlphaSource()}};
-    std::string pulldown = options_.pulldown == "guess" ? "guessed"
-                           : options_.pulldown.empty()  ? "not looked for"
-                                                        : "given";
-    Json described = {
-        {"path", options_.path},
-        {"name", clip->fileSpec},
-        {"format", clip->format->node.Name ? clip->format->node.Name : ""},
-        {"module", clip->format->pluginInfo ? Json(clip->format->pluginInfo->FileSpec) : Json("built in")},
-        {"sequence", sequence_},
-        {"width", clip->width},
-        {"height", clip->height},
-        {"depth", clip->depth},
-        {"pixelAspect", clip->pixelAspect},
-        {"frames", clip->frameCount},
-        {"rate", clip->frameRate},
-        {"seconds", Seconds()},
-        {"fields", clip->fieldOrder},
-        {"pulldown", {{"phase", clip->pullDown}, {"source", pulldown}}},
-        {"alpha", alpha}};
-    if (!numbers_.empty())
-        described["numbers"] = {{"first", numbers_.front()},
-                                {"last", numbers_.back()},
-                                {"present", ShowFrames(numbers_)},
-                                {"missing", GapText()}};
-    return described;
+    if (!sequence_) return fs::equivalent(wanted, PathFrom(clip_->fileSpec), error);
+    return std::any_of(files_.begin(), files_.end(), [&](const File& own) {
+        return NameOf(file) == NameOf(own.path) && fs::equivalent(wanted, PathFrom(own.path), error);
+    });
 }
 
 }   // namespace kqclip

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <charconv>
 #include <filesystem>
+#include <map>
 
 #include "apps/kqclip/Outcome.h"
 
@@ -14,6 +15,15 @@ namespace kqclip {
 namespace {
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+constexpr bool kHostFoldsCase = fs::path::preferred_separator != '/';
+
+// Whether `part` stands at `at` in the name.
+bool StandsAt(const std::string& name, size_t at, const std::string& part) {
+    auto fold = [](char c) { return kHostFoldsCase && c >= 'A' && c <= 'Z' ? char(c + 'a' - 'A') : c; };
+    return std::equal(part.begin(), part.end(), name.begin() + std::ptrdiff_t(at),
+                      [fold](char a, char b) { return fold(a) == fold(b); });
+}
 
 // A run of `mark` characters that ends last in the name.
 std::optional<std::pair<size_t, size_t>> LastRun(const std::string& name, char mark) {
@@ -67,15 +77,20 @@ std::string Pattern::SequenceName(int places) const {
     return folder + head + "[" + std::string(size_t(places), '#') + "]" + tail;
 }
 
-std::optional<int> Pattern::NumberOf(const std::string& name) const {
-    if (name.size() < head.size() + tail.size() + 1 || name.compare(0, head.size(), head) != 0 ||
-        name.compare(name.size() - tail.size(), tail.size(), tail) != 0)
+std::optional<std::string> Pattern::DigitsOf(const std::string& name) const {
+    if (name.size() < head.size() + tail.size() + 1 || !StandsAt(name, 0, head) ||
+        !StandsAt(name, name.size() - tail.size(), tail))
         return std::nullopt;
-    const char *from = name.data() + head.size(), *to = name.data() + name.size() - tail.size();
-    if (!std::all_of(from, to, IsDigit)) return std::nullopt;
+    std::string text = name.substr(head.size(), name.size() - head.size() - tail.size());
+    if (!std::all_of(text.begin(), text.end(), IsDigit)) return std::nullopt;
+    return text;
+}
+
+std::optional<int> Pattern::NumberOf(const std::string& name) const {
+    auto text = DigitsOf(name);
     int number = 0;
-    auto [end, error] = std::from_chars(from, to, number);
-    if (error != std::errc() || end != to) return std::nullopt;
+    if (!text || std::from_chars(text->data(), text->data() + text->size(), number).ec != std::errc())
+        return std::nullopt;
     return number;
 }
 
@@ -100,12 +115,34 @@ std::optional<Pattern> ParsePattern(const std::string& path) {
 std::optional<Pattern> PatternOfFile(const std::string& path) {
     std::string name = NameOf(path);
     size_t dot = name.find_last_of('.');
-    size_t end = dot == std::string::npos ? name.size() : dot;
+    bool numbered = dot != std::string::npos && dot + 1 < name.size() &&
+                    std::all_of(name.begin() + std::ptrdiff_t(dot) + 1, name.end(), IsDigit);
+    size_t end = dot == std::string::npos || numbered ? name.size() : dot;
     while (end > 0 && !IsDigit(name[end - 1])) --end;
     if (end == 0) return std::nullopt;
     size_t begin = end;
     while (begin > 0 && IsDigit(name[begin - 1])) --begin;
     return Split(path, begin, end, int(end - begin));
+}
+
+NumberedFiles FilesOf(const Pattern& pattern) {
+    NumberedFiles found;
+    std::map<int, std::string> names;
+    for (const std::string& name : FilesOf(pattern.folder)) {
+        if (!pattern.DigitsOf(name)) continue;
+        auto number = pattern.NumberOf(name);
+        if (!number) {
+            found.tooLarge.push_back(name);
+            continue;
+        }
+        auto [at, isNew] = names.emplace(*number, name);
+        if (isNew) continue;
+        bool better = int(pattern.DigitsOf(name)->size()) == pattern.digits;
+        found.doubles.push_back(better ? at->second : name);
+        if (better) at->second = name;
+    }
+    for (const auto& [number, name] : names) found.files.push_back({number, pattern.folder + name});
+    return found;
 }
 
 std::vector<std::string> FilesOf(const std::string& folder) {

@@ -1,6 +1,7 @@
 #include "apps/kqclip/Options.h"
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <map>
 #include <memory>
 
@@ -27,6 +28,22 @@ KQFloatRGB ParseMatte(const std::string& text) {
         throw CLI::ValidationError("--matte", "'" + text + "' is no colour; write RRGGBB in hexadecimal");
     unsigned colour = unsigned(std::stoul(digits, nullptr, 16));
     return {(colour >> 16) / 255.0, (colour >> 8 & 255) / 255.0, (colour & 255) / 255.0, 1.0};
+}
+
+// "24", "23.976" or "24000/1001".
+double ParseRate(const std::string& text) {
+    double number = 0, divisor = 1;
+    const char* end = text.data() + text.size();
+    auto [at, error] = std::from_chars(text.data(), end, number);
+    if (error == std::errc() && at != end && *at == '/') {
+        auto below = std::from_chars(at + 1, end, divisor);
+        at = below.ptr;
+        error = below.ec;
+    }
+    double rate = number / divisor;
+    if (error == std::errc() && at == end && rate >= 0.001 && rate <= 100000.0) return rate;
+    throw CLI::ValidationError("--rate",
+                               "'" + text + "' is no rate from 0.001 to 100000; write 24, 23.976 or 24000/1001");
 }
 
 Missing ParseMissing(const std::string& word) {
@@ -73,26 +90,59 @@ void AddFrames(CLI::App* command, InputOptions& input) {
     AddMissing(command, input);
 }
 
-void AddInterpretation(CLI::App* command, InputOptions& input) {
-    command->add_flag("--single", input.single, "Take the file alone, not the sequence around it");
-    command->add_option("--extension", input.extension, "Take the input for a file of this extension")
-        ->type_name("EXT");
-    Between(command->add_option("--rate", input.rate, "Take the input for so many frames a second"), 0.001, 100000.0);
-    OneOf(command->add_option("--alpha", input.alpha, "What the input's alpha is; guessed when not given"),
+// How a clip is taken. With a suffix the options are those of the second clip, which else is taken as the first.
+void AddInterpretation(CLI::App* command, InputOptions& input, const std::string& suffix = "") {
+    std::string whose = suffix.empty() ? "" : " (of B, where it is another)";
+    auto add = [&](const char* name, auto& to, const char* what) {
+        return command->add_option(name + suffix, to, what + whose);
+    };
+    auto read = [&](const char* name, std::function<void(const std::string&)> take, const char* what) {
+        return command->add_option_function<std::string>(name + suffix, take, what + whose);
+    };
+    add("--extension", input.extension, "Take the input for a file of this extension")->type_name("EXT");
+    read(
+        "--rate", [&input](const std::string& text) { input.rate = ParseRate(text); },
+        "Take the input for so many frames a second; 24000/1001 is understood")
+        ->type_name("N");
+    OneOf(add("--alpha", input.alpha, "What the input's alpha is; guessed when not given"),
           {"none", "grey", "straight", "premultiplied"});
-    command
-        ->add_option_function<std::string>(
-            "--matte", [&input](const std::string& text) { input.matte = ParseMatte(text); },
-            "The colour that the input is premultiplied with")
+    read(
+        "--matte", [&input](const std::string& text) { input.matte = ParseMatte(text); },
+        "The colour that the input is premultiplied with")
         ->type_name("RRGGBB");
-    command->add_flag("--invert-alpha", input.invert, "The input's alpha is inverted");
-    command
-        ->add_option("--fields", input.fields,
-                     "Fields of an input frame: 0 none, 1 even rows come first, 2 odd rows come first")
+    command->add_flag("--invert-alpha" + suffix, input.invert, "The input's alpha is inverted" + whose);
+    add("--fields", input.fields, "Fields of an input frame: 0 none, 1 even rows come first, 2 odd rows come first")
         ->check(CLI::IsMember({0, 1, 2}).description(""))
         ->type_name("0|1|2");
-    OneOf(command->add_option("--pulldown", input.pulldown, "Remove 3:2 pull-down of this phase, or guess the phase"),
+    OneOf(add("--pulldown", input.pulldown, "Remove 3:2 pull-down of this phase, or guess the phase"),
           {"0", "1", "2", "3", "4", "5", "guess"});
+}
+
+void AddSingle(CLI::App* command, InputOptions& input) {
+    command->add_flag("--single", input.single, "Take the file alone, not the sequence around it");
+}
+
+// What is not said of the second clip is as it is with the first.
+void TakeOver(InputOptions& right, const InputOptions& left) {
+    right.missing = left.missing;
+    right.single = left.single;
+    if (right.frames.empty())
+        right.frames = left.frames;
+    else
+        right.framesOption = "--frames-b";
+    if (!right.frames.empty())
+        right.missingHint =
+            "; --frames-b names B's frames where they have other numbers, and --missing hold, nearest, "
+            "black or skip goes on without";
+    if (right.extension.empty()) right.extension = left.extension;
+    if (!right.rate) right.rate = left.rate;
+    if (right.alpha.empty() && !right.matte) {
+        right.alpha = left.alpha;
+        right.matte = left.matte;
+    }
+    right.invert |= left.invert;
+    if (!right.fields) right.fields = left.fields;
+    if (right.pulldown.empty()) right.pulldown = left.pulldown;
 }
 
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& what, Request& request,
@@ -121,6 +171,7 @@ void AddInfo(CLI::App& app, Request& request) {
                                    [&request, input](Report& report) { Info(request.common, *input, report); });
     AddInput(command, *input, "CLIP");
     AddFrames(command, *input);
+    AddSingle(command, *input);
     AddInterpretation(command, *input);
 }
 
@@ -148,6 +199,7 @@ void AddSheet(CLI::App& app, Request& request) {
         ->default_str("192x144");
     AddOverwrite(command, options->overwrite);
     AddFrames(command, *input);
+    AddSingle(command, *input);
     AddInterpretation(command, *input);
 }
 
@@ -163,6 +215,7 @@ void AddFrame(CLI::App& app, Request& request) {
     command->add_option("--size", options->size, "Scale to this size")->type_name("WxH");
     AddOverwrite(command, options->overwrite);
     AddMissing(command, *input);
+    AddSingle(command, *input);
     AddInterpretation(command, *input);
 }
 
@@ -187,6 +240,7 @@ void AddConvert(CLI::App& app, Request& request) {
     AddOverwrite(command, options->overwrite);
     command->add_flag("--dry-run", options->dryRun, "Only tell what would be written");
     AddFrames(command, *input);
+    AddSingle(command, *input);
     AddInterpretation(command, *input);
 }
 
@@ -196,8 +250,7 @@ void AddCompare(CLI::App& app, Request& request) {
     auto tolerance = std::make_shared<int>(0);
     CLI::App* command = AddCommand(app, "compare", "Compare two clips frame by frame", request,
                                    [&request, left, right, tolerance](Report& report) {
-                                       if (right->frames.empty()) right->frames = left->frames;
-                                       right->missing = left->missing;
+                                       TakeOver(*right, *left);
                                        Compare(request.common, *left, *right, *tolerance, report);
                                    });
     AddInput(command, *left, "A");
@@ -207,6 +260,9 @@ void AddCompare(CLI::App& app, Request& request) {
     AddFrames(command, *left);
     command->add_option("--frames-b", right->frames, "The frames of B, where they have other numbers than those of A")
         ->type_name("LIST");
+    command->add_flag("--single", left->single, "Take a named file alone, not the sequence around it");
+    AddInterpretation(command, *left);
+    AddInterpretation(command, *right, "-b");
 }
 
 void AddFonts(CLI::App& app, Request& request) {

@@ -16,8 +16,8 @@ void NoteInterrupt(int) { interrupted = 1; }
 // A module may speak from a thread of its own.
 struct Listener {
     std::mutex lock;
-    std::vector<std::string> lines;
-    size_t mark = 0;
+    std::vector<std::string> lines;   // the first of all that was said
+    std::string latest;               // since the last call of ListenAnew
 };
 
 Listener& TheListener() {
@@ -25,17 +25,16 @@ Listener& TheListener() {
     return listener;
 }
 
-// A module that repeats itself for each of many frames is heard so often.
+// What AllSaid keeps: a module may repeat itself for each of many frames.
 constexpr size_t kMostLines = 1000;
 
 void Hear(const char* text) {
-    std::string line = text;
-    for (char& c : line)
-        if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+    std::string line = OneLine(text);
     while (!line.empty() && line.back() == ' ') line.pop_back();
     Listener& listener = TheListener();
     std::lock_guard hold(listener.lock);
     if (listener.lines.size() < kMostLines) listener.lines.push_back(line);
+    listener.latest = line;
 }
 
 }   // namespace
@@ -57,6 +56,14 @@ Reason ReasonOf(u32 error) {
     }
 }
 
+std::string OneLine(std::string text) {
+    for (char& c : text) {
+        if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+        if (static_cast<unsigned char>(c) < ' ' || c == 127) c = '?';
+    }
+    return text;
+}
+
 Failure LibraryFailure(const std::string& what, const std::string& file, u32 error) {
     Reason reason = ReasonOf(error);
     return Failure(reason.code, "cannot " + what + " '" + file + "': " + reason.why + Said());
@@ -74,13 +81,13 @@ std::vector<std::string> AllSaid() {
 
 void ListenAnew() {
     std::lock_guard hold(TheListener().lock);
-    TheListener().mark = TheListener().lines.size();
+    TheListener().latest.clear();
 }
 
 std::string Said() {
     Listener& listener = TheListener();
     std::lock_guard hold(listener.lock);
-    return listener.mark < listener.lines.size() ? "; the module says: " + listener.lines.back() : "";
+    return listener.latest.empty() ? "" : "; the module says: " + listener.latest;
 }
 
 void CatchInterrupts() { OnStopWish(NoteInterrupt); }

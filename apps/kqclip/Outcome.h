@@ -68,6 +68,9 @@ Reason ReasonOf(u32 error);
 // A failure of the library: "cannot WHAT 'FILE': WHY", with what the module said since the last call of ListenAnew.
 Failure LibraryFailure(const std::string& what, const std::string& file, u32 error);
 
+// The text in one line that a terminal shows: without control characters, which names of files may hold.
+std::string OneLine(std::string text);
+
 // Notes what the library and its modules say, to the user and as diagnostics, from the start of the library on.
 void ListenToModules();
 
@@ -100,7 +103,7 @@ struct Report {
 
     // Notes something damaged or missing in the input: the run is done, but not with exit code 0.
     void Warn(const std::string& code, const std::string& text) {
-        warnings.push_back({code, text});
+        warnings.push_back({code, OneLine(text)});
         if (exitCode == kDone) exitCode = kDamaged;
     }
 

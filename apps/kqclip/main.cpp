@@ -55,7 +55,8 @@ void PrintLines(const Report& report, const Json& error) {
 
 // Tells how the run ended, and returns its exit code. An answer that could not be written is a failure; a reader that
 // goes away early has seen what it wanted.
-int Finish(const Request& request, Report& report, const Json& error) {
+int Finish(const Request& request, Report& report, Json error) {
+    if (!error.is_null()) error["message"] = OneLine(error["message"].get<std::string>());
     request.common.json ? PrintJson(request, report, error) : PrintLines(report, error);
     if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return report.exitCode;
     if (OutputIsPipe()) return report.exitCode;
@@ -86,14 +87,24 @@ int Perform(const Request& request) {
     return Finish(request, report, error);
 }
 
+// What is wrong with a command line that names no subcommand: `first` is its first argument, or empty.
+std::string NoCommand(const CLI::App& app, const std::string& first) {
+    std::string names;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+        names += (names.empty() ? "" : ", ") + command->get_name();
+    std::string text = first.empty() ? "no command is given" : "there is no command '" + first + "'";
+    if (first.rfind("--", 0) == 0) text = "a command comes before '" + first + "'";
+    return text + "; the commands are " + names;
+}
+
 // A command line that makes no sense, in one line, or --help and --version.
-int AnswerParse(const CLI::App& app, const CLI::ParseError& parse, Request& request, bool json) {
+int AnswerParse(const CLI::App& app, const CLI::ParseError& parse, Request& request, const std::string& first,
+                bool json) {
     if (parse.get_exit_code() == 0) return app.exit(parse) == 0 ? kDone : kFailed;
     auto used = app.get_subcommands();
     if (!used.empty()) request.command = used.front()->get_name();
     std::string help = used.empty() ? "kqclip --help" : "kqclip " + request.command + " --help";
-    std::string text = parse.what();
-    std::replace(text.begin(), text.end(), '\n', ' ');
+    std::string text = used.empty() ? NoCommand(app, first) : parse.what();
     Report report;
     report.exitCode = kWrongUse;
     request.common.json = json;
@@ -107,11 +118,12 @@ int RunTool(std::vector<std::string> arguments) {
     Declare(app, request);
     if (arguments.size() == 2 && arguments[0] == "--generate") return Generate(app, arguments[1]) ? kDone : kWrongUse;
     bool json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+    std::string first = arguments.empty() ? "" : arguments.front();
     std::reverse(arguments.begin(), arguments.end());   // the parser takes them from the back
     try {
         app.parse(std::move(arguments));
     } catch (const CLI::ParseError& parse) {
-        return AnswerParse(app, parse, request, json);
+        return AnswerParse(app, parse, request, first, json);
     } catch (const Failure& failure) {
         Report report;
         report.exitCode = failure.ExitCode();
