@@ -2,6 +2,7 @@
 import os
 import re
 import shutil
+import socket
 import subprocess
 import sys
 
@@ -127,6 +128,13 @@ class WriteTest(ToolTest):
         os.mkdir(folder)
         self.write(os.path.join(folder, "s.2.vpb"), b"planted")
         return folder
+
+    def test_a_complete_folder_of_the_user_is_moved_on(self):
+        machine = None if is_native() else re.sub(r"[^A-Z0-9]", "_", socket.gethostname().split(".")[0].upper()[:15])
+        folder = self.left_complete(machine)
+        self.write("s.2.vpb", b"old")
+        self.run_tool("info", "a.flm")
+        self.assertEqual((self.read("s.2.vpb"), os.path.exists(folder)), (b"planted", False))
 
     def assert_left_alone(self, folder):
         self.write("s.2.vpb", b"old")
