@@ -1,6 +1,6 @@
 # The commands of the project. Each installs what it needs (tools/bootstrap), builds, and does its work.
 #
-#   make run            stills from photographs (or FILE=...): what is in them, a contact sheet, conversions and back
+#   make run            stills from pictures (or FILE=...): what is in them, a contact sheet, conversions and back
 #   make test           all tests, natively
 #   make test-win64     the same tests for Windows, run with wine
 #   make asan, tsan     the tests under the address and undefined, or the thread, sanitizer
@@ -27,7 +27,7 @@ endef
 run:
 	@tools/bootstrap run
 	$(call build,linux-package)
-	@tools/run-demo build/linux-package/bin/kqclip $(FILE)
+	@tools/run-demo build/linux-package/bin/kqclip "$(FILE)"
 
 test:
 	@tools/bootstrap test

@@ -201,10 +201,10 @@ public:
     ~TreePath() { KQ_FREE(text_); }
 
     // Starts at a folder's name, without the separator that it may end in: behind a link to a folder that would name
-    // the folder. A lone separator stays.
+    // the folder. A lone separator stays, and so does that of a drive, which without it is another folder.
     bool Start(const char* name) {
         if (!Append(name, std::strlen(name))) return false;
-        while (length_ > 1 && IsSeparator(text_[length_ - 1])) text_[--length_] = 0;
+        while (length_ > 1 && IsSeparator(text_[length_ - 1]) && text_[length_ - 2] != ':') text_[--length_] = 0;
         return true;
     }
 

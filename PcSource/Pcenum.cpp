@@ -12,6 +12,7 @@
 #include "Source/Alloc.h"
 #include "Source/Faults.h"
 #include "Source/Text.h"
+#include "Source/Threads.h"
 #include "kq/environment.h"
 #include "pal/file.h"
 #include "pal/shortcut.h"
@@ -178,7 +179,7 @@ void WalkFolder(Walk& walk, Level& level) {
     if (kq::FileCallFails()) return;
     pal::FolderWalk* folder = pal::FolderOpen(level.path);
     if (!folder) {
-        if (pal::FileError() == KQERR_NOMEM) KQEnv->Error = KQERR_NOMEM;
+        if (pal::FileError() == KQERR_NOMEM) kq::NoteError(KQERR_NOMEM);
         return;
     }
     pal::FolderEntry entry;

@@ -83,7 +83,7 @@ bool Select(KQFont* font) {
 bool ReadSelected(KQFont* font, size_t* directory) {
     pal::FontSelection selection = SelectionOf(font);
     i64 length = pal::FontFileLength(selection);
-    if (length > 0) {
+    if (length > 0 && u64(length) <= KQFONT_MostBytes) {
         // The bare form: the guarded one fills what the read is about to.
         font->fontData = static_cast<u8*>(AllocMemoryKQ(size_t(length), 0));
         if (!font->fontData) return false;

@@ -166,13 +166,28 @@ bool IsWhole(const kq::CopyPlan& plan, const KQBitmap& source, const KQBitmap& t
            plan.targetX == 0 && plan.targetY == 0 && plan.width == source.width && plan.height == source.height;
 }
 
+template <class Source>
+kq::CopyPlan PlanOf(const Source& source, i32 sourceX, i32 sourceY, i32 width, i32 height, i32 targetX, i32 targetY) {
+    kq::CopyPlan plan{sourceX, sourceY, width, height, targetX, targetY};
+    kq::TakeWholeSize(&plan, source.width, source.height);
+    return plan;
+}
+
 template <class Source, class Target>
 kq::CopyPlan Clipped(const Source& source, const Target& target, i32 sourceX, i32 sourceY, i32 width, i32 height,
                      i32 targetX, i32 targetY) {
-    kq::CopyPlan plan{sourceX, sourceY, width, height, targetX, targetY};
-    kq::TakeWholeSize(&plan, source.width, source.height);
+    kq::CopyPlan plan = PlanOf(source, sourceX, sourceY, width, height, targetX, targetY);
     kq::ClipToTarget(&plan, target.width, target.height);
     return plan;
+}
+
+// Between native bitmaps nothing is clipped to the target.
+void CopyNative(const KQNativeBitmap& source, const KQNativeBitmap& target, const kq::CopyPlan& plan) {
+    kq::Form from, to;
+    if (source.depth == target.depth)
+        kq::CopyRows(kq::BlockOf(source), kq::BlockOf(target), plan);
+    else if (kq::NativeForm(source.depth, &from) && kq::NativeForm(target.depth, &to))
+        kq::CopyPixels(kq::BlockOf(source), kq::BlockOf(target), plan, from, to);
 }
 
 }   // namespace
@@ -212,17 +227,13 @@ void CopyBitmapKQ(const KQNativeBitmap* source, KQBitmap* target, i32 sourceX, i
 
 void CopyBitmapKQ(const KQNativeBitmap* source, KQNativeBitmap* target, i32 x, i32 y, i32 width, i32 height,
                   i32 targetX, i32 targetY) {
-    CopyBitmapKQ(source, target, nullptr, x, y, width, height, targetX, targetY);
+    CopyNative(*source, *target, PlanOf(*source, x, y, width, height, targetX, targetY));
 }
 
 void CopyBitmapKQ(const KQNativeBitmap* source, KQNativeBitmap* target, const KQRectT<long>* rect, i32 x, i32 y,
                   i32 width, i32 height, i32 targetX, i32 targetY) {
-    kq::CopyPlan plan{x, y, width, height, targetX, targetY};
-    kq::TakeWholeSize(&plan, source->width, source->height);
-    if (rect) kq::LimitToRect(&plan, *rect);
-    kq::Form from, to;
-    if (source->depth == target->depth)
-        kq::CopyRows(kq::BlockOf(*source), kq::BlockOf(*target), plan);
-    else if (kq::NativeForm(source->depth, &from) && kq::NativeForm(target->depth, &to))
-        kq::CopyPixels(kq::BlockOf(*source), kq::BlockOf(*target), plan, from, to);
+    const KQRectT<long> whole{0, 0, source->width, source->height};
+    kq::CopyPlan plan = PlanOf(*source, x, y, width, height, targetX, targetY);
+    kq::LimitToRect(&plan, rect ? *rect : whole);
+    CopyNative(*source, *target, plan);
 }

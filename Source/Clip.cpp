@@ -220,7 +220,8 @@ void TakeFields(const KQClip* source, KQClip* owned, KQClip* target) {
 void DeleteScratchRun(KQClip* clip, KQEditRun run) {
     for (i32 i = 0; i < run.count; ++i) {
         const char* name = Make_TempName(clip, run.start - i, 0);
-        if (name) DeleteFileKQ(name);
+        u32 before = KQEnv->Error;
+        if (name && !DeleteFileKQ(name) && KQEnv->Error == KQERR_NOTFOUND) KQEnv->Error = before;
     }
 }
 
@@ -228,13 +229,11 @@ void DeleteScratchRun(KQClip* clip, KQEditRun run) {
 // file: that there is nothing to delete is no failure.
 void DeleteScratchFrames(KQClip* clip) {
     if (!clip->editList || clip->sourceFrames < 1) return;
-    u32 before = KQEnv->Error;
     i64 frames = 0;
     for (i32 i = 0; i < clip->editCount && frames < clip->sourceFrames; ++i) {
         frames += clip->editList[i].count;
         if (clip->editList[i].start < 0) DeleteScratchRun(clip, clip->editList[i]);
     }
-    KQEnv->Error = before;
 }
 
 }   // namespace

@@ -200,6 +200,7 @@ void AskForReplacement(Quest& quest) {
 
 void StoreResults(const Quest& quest) {
     Store(quest.isSequence, quest.sequence);
+    if (!quest.framesValid) return;   // to look for the frames costs a walk over the folder
     Store(quest.framesValid,
           quest.found && CountsFrames(quest) && Is_SequenceData_Valid(quest.found, quest.frames, quest.count));
 }

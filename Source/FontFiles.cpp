@@ -1,6 +1,6 @@
 // The reader of font files that are not installed. It looks at what a file says in its first bytes, not at its
-// extension, and looks at the few tables that name a face. A file is mapped where the host can: of a large one only the
-// pages that are looked at are ever read.
+// extension, and at the few tables that name a face. Files are read whole, not mapped: reading a view of a file that
+// somebody cuts meanwhile would end the program.
 #define KQ_MODULE "Source/FontFiles"
 #include "Source/FontFiles.h"
 

@@ -130,7 +130,7 @@ void ReadAlpha(const KQClip* clip, KQBitmap* bitmap, const Area& area) {
     auto rows = [](i64 top, i64 bottom, const void* data) {
         auto& work = *static_cast<const Work*>(data);
         u32* first = Row(work.bitmap, i32(work.area.top + top)) + work.area.left;
-        if (work.width == size_t(work.bitmap->width))
+        if (i64(work.width) * 4 == work.bitmap->rowBytes)
             return ReadAlphaRow(work.clip, first, work.width * size_t(bottom - top));
         for (i64 y = top; y < bottom; ++y)
             ReadAlphaRow(work.clip, Row(work.bitmap, i32(work.area.top + y)) + work.area.left, work.width);
@@ -153,7 +153,7 @@ int Interpret_Alpha(const KQClip* clip, const KQBitmap* source, KQBitmap* target
         auto write = [&work](i64 y, size_t count) {
             kq::WriteAlphaRow(work.clip, kq::Row(work.source, i32(y)), kq::Row(work.target, i32(y)), count);
         };
-        if (work.width == work.source->width && work.width == work.target->width)
+        if (work.width * 4 == work.source->rowBytes && work.width * 4 == work.target->rowBytes)
             return write(top, size_t(work.width) * size_t(bottom - top));
         for (i64 y = top; y < bottom; ++y) write(y, size_t(work.width));
     };

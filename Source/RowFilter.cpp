@@ -26,7 +26,7 @@ void AverageRows(u8* target, const u8* above, const u8* below, size_t bytes) {
     for (size_t at = 0; at < bytes; at += kPiece) {
         for (size_t line = kPiece; line < 2 * kPiece; line += 64) {
             PrefetchForRead(below + at + line);
-            PrefetchForWrite(target + at + line);
+            if (SimdInUse() != Simd::Plain) PrefetchForWrite(target + at + line);   // the oldest processors lack it
         }
         Averages(target + at, above + at, below + at, std::min(kPiece, bytes - at));
     }

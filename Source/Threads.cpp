@@ -85,6 +85,18 @@ void WaitForWork(void* startSemaphore) {
         pal::SemaphoreWaitAlert(start);
 }
 
+void RunSlice(void* data);
+
+// A slice has the processor that is the thread's own. Any other task may last, and may start threads and programs that
+// would inherit the place, so it runs wherever there is room.
+void Work(kq::PoolEntry* entry) {
+    if (entry->Routine == RunSlice) return entry->Routine(entry->Argument);
+    auto thread = static_cast<pal::Thread*>(entry->Task->Thread);
+    pal::ThreadRoam(thread);
+    entry->Routine(entry->Argument);
+    pal::ThreadPlace(thread, entry->Place);
+}
+
 // The life of a pooled thread.
 void PoolThread(void* data) {
     kq::PoolEntry* entry = static_cast<kq::PoolEntry*>(data);
@@ -92,18 +104,19 @@ void PoolThread(void* data) {
     for (;;) {
         WaitForWork(task->StartSemaphore);
         if (entry->Quit) break;
-        entry->Routine(entry->Argument);
+        Work(entry);
         SignalSemaphoreKQ(task->DoneSemaphore);
     }
     SignalSemaphoreKQ(task->DoneSemaphore);
 }
 
-bool AddPoolEntry(i32 index) {
+bool AddPoolEntry(i32 place) {
     kq::PoolEntry* entry = KQ_NEW(kq::PoolEntry);
     if (!entry) return false;
+    entry->Place = place;
     entry->Task = MakeTask();
     if (entry->Task && StartThread(entry->Task, PoolThread, entry)) {
-        pal::ThreadPlace(static_cast<pal::Thread*>(entry->Task->Thread), index);
+        pal::ThreadPlace(static_cast<pal::Thread*>(entry->Task->Thread), place);
         AddTail(&KQEnv->TaskPool, &entry->Node);
         return true;
     }
@@ -180,12 +193,6 @@ u32 ReadError() {
     return error;
 }
 
-void WriteError(u32 error) {
-    EnterCriticalRegionKQ(KQEnv->MemoryLock);
-    KQEnv->Error = error;
-    ExitCriticalRegionKQ(KQEnv->MemoryLock);
-}
-
 // Waits for a slice, or runs it here when it has no thread, and frees it; its result.
 int FinishSlice(ForkSlice* slice) {
     if (slice->Task)
@@ -212,6 +219,12 @@ void StopTaskPool() {
     while (!List_Empty(&KQEnv->TaskPool)) StopPoolEntry(reinterpret_cast<PoolEntry*>(KQEnv->TaskPool.Head));
 }
 
+void NoteError(u32 error) {
+    EnterCriticalRegionKQ(KQEnv->MemoryLock);
+    KQEnv->Error = error;
+    ExitCriticalRegionKQ(KQEnv->MemoryLock);
+}
+
 void CreateMemoryLock() { KQEnv->MemoryLock = CreateCriticalRegionKQ(); }
 
 void FreeMemoryLock() {
@@ -224,7 +237,7 @@ void FreeMemoryLock() {
 TaskInfoKQ* CreateTaskKQ(void* routine, void* argument) {
     TaskRoutine typed = reinterpret_cast<TaskRoutine>(routine);
     TaskInfoKQ* task = typed ? StartTask(typed, argument) : nullptr;
-    if (!task) WriteError(KQERR_NOMEM);
+    if (!task) kq::NoteError(KQERR_NOMEM);
     return task;
 }
 
@@ -258,7 +271,7 @@ int MPForkKQ(int (*routine)(i32, i32, void*), void* data, i32 maxSlices) {
     for (i32 slice = 1; slice <= slices; ++slice) {
         u32 error = ReadError();
         const ForkSlice* started = StartSlice(&running, ForkSlice{{}, slice, slices, routine, data, nullptr, 0});
-        if (!started || !started->Task) WriteError(error);   // it runs in this thread: no failure of the fork's
+        if (!started || !started->Task) kq::NoteError(error);   // it runs in this thread: no failure of the fork's
         if (!started && !routine(slice, slices, data)) all = 0;
     }
     while (Node* node = RemHead(&running))

@@ -15,7 +15,11 @@ struct PoolEntry {
     i32 Quit;   // makes the thread end
     i32 Busy;   // non-zero from CreateTaskKQ to TaskWaitKQ
     TaskInfoKQ* Task;
+    i32 Place;   // the thread's processor
 };
+
+// Sets the error word from any thread: the memory manager writes it under its lock.
+void NoteError(u32 error);
 
 // Milliseconds from one reading of the wrapping clock to a later one.
 constexpr u32 MillisecondsBetween(u32 from, u32 to) { return to - from; }

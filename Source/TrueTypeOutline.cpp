@@ -50,8 +50,8 @@ struct OutlinePlan {
 
 namespace {
 
-// A block that is as large as the outline will be. What would run over it is left out all the same: somebody may have
-// written other bytes into the file since they were counted.
+// A block that is as large as the outline will be. What would run over it is left out all the same: the font's bytes
+// are the caller's to see, and may have been written to since they were counted.
 class WholeBlock {
 public:
     WholeBlock(u8* block, size_t bytes) : at_(block), end_(block + bytes - sizeof(KQOutlineCommand)) {}

@@ -213,17 +213,14 @@ i32 WriteRows(KQFileInfo* file, kq::WriteBands* bands, i32 width) {
     return 1;
 }
 
-i32 WritePixels(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
-    kq::WriteBands bands;
-    if (bitmap->width == 0 || bitmap->height == 0) return 1;
+bool IsEmpty(const KQBitmap* bitmap) { return bitmap->width == 0 || bitmap->height == 0; }
+
+bool BeginRows(kq::WriteBands* bands, KQClip* clip, const KQBitmap* bitmap) {
     const kq::BandNeeds needs = {.bytes = bitmap->rowBytes * kChunkRows,
                                  .leastRows = kLeastChunkRows,
                                  .alphaIsUsed = false,
                                  .outRow = size_t(bitmap->width) * 2};
-    if (!kq::BeginBands(&bands, clip, bitmap, needs)) return 0;
-    i32 written = WriteRows(file, &bands, bitmap->width);
-    kq::EndBands(&bands);
-    return written;
+    return kq::BeginBands(bands, clip, bitmap, needs);
 }
 
 // Fills the file up to a multiple of the header's size.
@@ -233,26 +230,34 @@ i32 WritePadding(KQFileInfo* file, const KQBitmap* bitmap) {
     return rest == 0 || WriteFileKQ(file, kZeros, kHeaderSize - rest);
 }
 
-i32 WritePicture(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap) {
+i32 WritePicture(KQClip* clip, KQFileInfo* file, const KQBitmap* bitmap, kq::WriteBands* bands) {
     u8 header[kHeaderSize];
     MakeHeader(clip, bitmap, header);
-    return WriteFileKQ(file, header, kHeaderSize) && WritePixels(clip, file, bitmap) && WritePadding(file, bitmap);
+    return WriteFileKQ(file, header, kHeaderSize) && (IsEmpty(bitmap) || WriteRows(file, bands, bitmap->width)) &&
+           WritePadding(file, bitmap);
 }
 
-// Each frame is a file of its own, which the clip's specification names by now. A file that could not be written to
-// its end stays as it is.
+// Creates the file and writes it; what cannot be closed was not written.
+i32 WriteNewFile(KQClip* clip, const KQBitmap* bitmap, kq::WriteBands* bands) {
+    KQFileInfo* file = CreateFileKQ(clip->fileSpec, KQFILE_ReadWrite, KQCode4("VPB "), KQ_ANYCODE);
+    if (!file) return 0;
+    i32 written = WritePicture(clip, file, bitmap, bands);
+    if (CloseFileKQ(file) || !written) return written;
+    KQEnv->Error = KQERR_WRITE;
+    return 0;
+}
+
+// Each frame is a file of its own, which the clip's specification names by now. An older file of the name stays until
+// there is memory for the new one. A file that could not be written to its end stays as it is.
 i32 AddPicture(KQClip* clip, KQBitmap* bitmap, i32, const KQRectT<long>*) {
     if (bitmap->depth != 32 || !kq::FrameMayBeWritten(bitmap->width, bitmap->height)) {
         KQEnv->Error = KQERR_BADDATA;
         return 0;
     }
-    KQFileInfo* file = CreateFileKQ(clip->fileSpec, KQFILE_ReadWrite, KQCode4("VPB "), KQ_ANYCODE);
-    if (!file) return 0;
-    i32 written = WritePicture(clip, file, bitmap);
-    if (!CloseFileKQ(file) && written) {
-        KQEnv->Error = KQERR_WRITE;
-        return 0;
-    }
+    kq::WriteBands bands{};
+    if (!IsEmpty(bitmap) && !BeginRows(&bands, clip, bitmap)) return 0;
+    i32 written = WriteNewFile(clip, bitmap, &bands);
+    kq::EndBands(&bands);
     if (written) ++clip->sourceFrames;
     return written;
 }

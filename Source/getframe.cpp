@@ -208,7 +208,10 @@ void WeaveRows(const KQBitmap* from, KQBitmap* to, i32 first) {
 
 int FetchWoven(const FrameRequest& request, i32 source, KQBitmap* bitmap, u32 flags) {
     KQBitmap* other = AllocBitmapKQ(bitmap->width, bitmap->height, 32);
-    if (!other) return 0;
+    if (!other) {
+        FillBitmapKQ(bitmap, request.clip->backgroundColor);
+        return 0;
+    }
     FetchFrame(request.clip, source, other, flags, request.rect, request.width, request.height);
     FetchFrame(request.clip, source + 1, bitmap, flags, request.rect, request.width, request.height);
     WeaveRows(other, bitmap, request.clip->fieldOrder == 1 ? 1 : 0);

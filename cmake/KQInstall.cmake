@@ -11,7 +11,7 @@ install(TARGETS kqclip RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/KQLib)
 install(EXPORT KQLibTargets NAMESPACE KQ:: DESTINATION ${package})
 configure_package_config_file(cmake/KQLibConfig.cmake.in ${CMAKE_BINARY_DIR}/KQLibConfig.cmake
-  INSTALL_DESTINATION ${package})
+  INSTALL_DESTINATION ${package} PATH_VARS KQ_MODULE_DIR)
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/KQLibConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/KQLibConfig.cmake ${CMAKE_BINARY_DIR}/KQLibConfigVersion.cmake
   DESTINATION ${package})

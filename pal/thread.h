@@ -13,10 +13,13 @@ struct Thread;
 // needs itself, and goes up to its own minimum. Null when the thread cannot be had.
 Thread* ThreadStart(void (*routine)(void*), void* argument, size_t stackBytes);
 
-// Gives the thread the `index`-th of the processors that the program may use, counted from 0 and round again: threads
-// of different index that work at the same time do not meet on one processor. A wish; nothing tells whether it was
-// granted.
+// Keeps the thread on the `index`-th of the processors that the program may use, counted from 0 and round again, as far
+// as the host grants it: threads of different index that work at the same time do not meet on one processor. Threads
+// and programs that it starts inherit its place.
 void ThreadPlace(Thread* thread, i32 index);
+
+// Lets the thread run on any processor again.
+void ThreadRoam(Thread* thread);
 
 // The number of the processor that runs the calling thread at this moment.
 i32 CurrentProcessor();

@@ -26,6 +26,8 @@
 // is none, is passed over. One that leads to a folder counts as a subfolder: the folder is entered through shortcuts
 // once for each folder of the list, and never while the walk stands in it, so that a loop of shortcuts ends.
 //
+// Each level of a walk keeps its folder open: a tree deeper than the host lets a program open files ends there.
+//
 // Any thread may call, as far as the callback copes.
 KQ_API int EnumFilesKQ(char** folders, const u32* types, int (*callback)(const char* path, u32 typeCode, uptr user),
                        uptr user, int recursive);

@@ -6,8 +6,8 @@
 //
 // Inside a file a specification is a record: a big-endian 32-bit count of the bytes that follow, always even, then the
 // text, its zero, and one byte more when the text's length is even. The text may be a sequence name with its form
-// (kq/sequence.h), which is not resolved. A reader relies on the count alone: it reads up to the zero, and the next field
-// begins where the count ends.
+// (kq/sequence.h), which is not resolved. A reader relies on the count alone: it reads up to the zero, and the next
+// field begins where the count ends.
 //
 // All calls are for the library's own thread.
 #pragma once
@@ -36,8 +36,8 @@ KQ_API void ConvertDOStoPathKQ(char* path);
 KQ_API void ConvertPathtoDOSKQ(char* path);
 
 // A new specification with the extension replaced: `spec`, cut at the last `.` among its last five characters if there
-// is one, and "." and `extension`, which may be longer than what it replaces. Null when either is null or, with `Error` 1, when out of memory. Freed by the
-// caller.
+// is one, and "." and `extension`, which may be longer than what it replaces. Null when either is null or, with `Error`
+// 1, when out of memory. Freed by the caller.
 KQ_API char* MakeNewFileSpecKQ(const char* spec, const char* extension);
 
 // Writes the part behind the last separator to `name`; empty when the path ends in one, all of it when there is none.
@@ -79,8 +79,8 @@ inline constexpr u32 KQTAG_SpecNoCheck = 2824;       // presence: return what is
 // call inside, a failed look for a file among them: the result alone tells.
 //
 // Where it is stored a plain file must exist, a sequence with a frame count must have one of its frames, and a sequence
-// without one passes unchecked; a frame number of -1 counts as there. One whose frames are there in part is accepted, and the user is warned, once for each of
-// the two checks that it passes.
+// without one passes unchecked; a frame number of -1 counts as there. One whose frames are there in part is accepted,
+// and the user is warned, once for each of the two checks that it passes.
 //
 // A folder of the list that does not end in a separator names the files of its parent, as GetPathKQ has it; with
 // KQTAG_SpecSearchTree the folder itself is walked. A plain file is looked for by its bare name; a text that ends in a

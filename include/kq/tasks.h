@@ -23,8 +23,9 @@ struct KQCriticalRegion;
 
 // Runs `routine(argument)` on another thread: an idle one of the pool, else a fresh one. `routine` is the address of a
 // `void (void*)`. Returns the task, to be given to TaskWaitKQ once: until then it keeps its thread of the pool, and
-// CleanUpKQ waits for the end of one that nobody waited for. A task begins with its event not signalled. Null with
-// `Error` 1 when no thread can be had, also for a null routine.
+// CleanUpKQ waits for the end of a pooled one that nobody waited for. A fresh one has to be waited for before
+// CleanUpKQ; at most GetProcessorsKQ tasks at a time are sure to be pooled. A task begins with its event not signalled.
+// Null with `Error` 1 when no thread can be had, also for a null routine.
 KQ_API TaskInfoKQ* CreateTaskKQ(void* routine, void* argument);
 
 // The same for a routine with its type.
@@ -53,8 +54,8 @@ KQ_API int MPForkKQ(int (*routine)(i32 slice, i32 slices, void* data), void* dat
 // The count of processors, as InitKQ found it.
 KQ_API i32 GetProcessorsKQ();
 
-// A counting semaphore, for any thread, that holds `initial` and never more than `maximum`; freed by FreeSemaphoreKQ. Null when
-// `maximum` is below 1, `initial` is not from 0 to `maximum`, or the platform has none.
+// A counting semaphore, for any thread, that holds `initial` and never more than `maximum`; freed by FreeSemaphoreKQ.
+// Null when `maximum` is below 1, `initial` is not from 0 to `maximum`, or the platform has none.
 KQ_API void* CreateSemaphoreKQ(i32 initial, i32 maximum);
 
 // Frees a semaphore that no thread waits for. Null is ignored.

@@ -36,8 +36,9 @@ T Failed(T result) {
 
 int Flags(Access access) {
     switch (access) {
-    case Access::Read: return O_RDONLY | O_NONBLOCK;   // a pipe that nobody writes to is empty, not a wait without end
-    case Access::Write: return O_WRONLY;
+    // A pipe without another end is empty, or an error, and not a wait without end.
+    case Access::Read: return O_RDONLY | O_NONBLOCK;
+    case Access::Write: return O_WRONLY | O_NONBLOCK;
     case Access::ReadWrite: return O_RDWR;
     }
     return O_RDONLY;
@@ -56,19 +57,24 @@ bool Claim(int descriptor, Access access) {
     return flock(descriptor, (access == Access::Read ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
+// A descriptor that only reads cannot cut its file off.
+bool Empty(const char* path, int descriptor, Access access) {
+    return (access == Access::Read ? truncate(path, 0) : ftruncate(descriptor, 0)) == 0;
+}
+
 // What an opened descriptor has to be and do before it is a File; false, with errno, when it is none.
-bool Settle(int descriptor, Access access, bool empty) {
+bool Settle(const char* path, int descriptor, Access access, bool empty) {
     struct stat status;
     if (fstat(descriptor, &status) != 0) return false;
     if (S_ISDIR(status.st_mode)) {
         errno = EACCES;
         return false;
     }
-    if (access == Access::Read && fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK) != 0)
+    if (access != Access::ReadWrite && fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK) != 0)
         return false;
     if (!S_ISREG(status.st_mode)) return true;
     // Nothing is cut off before the file is ours.
-    return Claim(descriptor, access) && (!empty || status.st_size == 0 || ftruncate(descriptor, 0) == 0);
+    return Claim(descriptor, access) && (!empty || status.st_size == 0 || Empty(path, descriptor, access));
 }
 
 File* Open(const char* path, Access access, bool create) {
@@ -79,7 +85,7 @@ File* Open(const char* path, Access access, bool create) {
         return nullptr;
     }
     file->descriptor = OpenDescriptor(path, Flags(access) | (create ? O_CREAT : 0));
-    if (file->descriptor >= 0 && Settle(file->descriptor, access, create)) return file;
+    if (file->descriptor >= 0 && Settle(path, file->descriptor, access, create)) return file;
     Failed(0);
     if (file->descriptor >= 0) close(file->descriptor);
     Free(file);

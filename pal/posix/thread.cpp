@@ -24,6 +24,7 @@
 #include <linux/membarrier.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -159,7 +160,21 @@ void EnterContended(Region* region) {
     while (region->state.exchange(kWanted, std::memory_order_acquire) != kFree) FutexWait(&region->state, kWanted);
 }
 
-bool BarrierEverywhere() { return syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0; }
+// Taking a page's rights away makes the kernel interrupt every processor that runs this program, as the barrier does.
+bool BarrierByPage() {
+    size_t size = size_t(sysconf(_SC_PAGESIZE));
+    void* page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) return false;
+    *static_cast<volatile char*>(page) = 1;
+    bool done = mprotect(page, size, PROT_NONE) == 0;
+    munmap(page, size);
+    return done;
+}
+
+// The kernel may refuse later what it granted at first, to a program that has locked itself in meanwhile.
+bool BarrierEverywhere() {
+    return syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0 || BarrierByPage();
+}
 
 // Whether the kernel has the barrier; the process has asked for it then.
 bool BarrierIsThere() {
@@ -220,7 +235,9 @@ void CountForFavour(Region* region) {
     region->favoured.store(own, std::memory_order_relaxed);
 }
 
+// An exit without an entry, the caller's fault, changes nothing.
 void LeaveFavoured(Favoured* own) {
+    if (!own || own->depth.load(std::memory_order_relaxed) == 0) return;
     own->depth.store(own->depth.load(std::memory_order_relaxed) - 1, std::memory_order_release);
 }
 
@@ -271,17 +288,34 @@ Thread* ThreadStart(void (*routine)(void*), void* argument, size_t stackBytes) {
     return nullptr;
 }
 
+namespace {
+
+cpu_set_t AllowedProcessors() {
+    cpu_set_t set;
+    if (sched_getaffinity(0, sizeof set, &set) != 0) CPU_ZERO(&set);
+    return set;
+}
+
+// As they were when the library was loaded, because a thread that has been placed counts its own alone.
+const cpu_set_t allowed = AllowedProcessors();
+
+}   // namespace
+
 // The host spreads threads when it wakes them up or at its clock's tick, some milliseconds apart: too late for threads
 // that stay awake between works of a hundred microseconds.
 void ThreadPlace(Thread* thread, i32 index) {
-    cpu_set_t allowed, chosen;
-    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
+    cpu_set_t chosen;
+    if (CPU_COUNT(&allowed) == 0) return;
     i32 left = index % CPU_COUNT(&allowed);
     int processor = 0;
     while (!CPU_ISSET(processor, &allowed) || left-- > 0) ++processor;
     CPU_ZERO(&chosen);
     CPU_SET(processor, &chosen);
     pthread_setaffinity_np(thread->handle, sizeof chosen, &chosen);
+}
+
+void ThreadRoam(Thread* thread) {
+    if (CPU_COUNT(&allowed) > 0) pthread_setaffinity_np(thread->handle, sizeof allowed, &allowed);
 }
 
 i32 CurrentProcessor() { return sched_getcpu(); }
@@ -314,10 +348,12 @@ void SemaphoreWaitAlert(Semaphore* semaphore) {
     SemaphoreWait(semaphore);
 }
 
+// A sleeper that has been woken takes its 1 only when it runs; until then its place counts as room, as if it had been
+// let through at once.
 void SemaphoreSignal(Semaphore* semaphore) {
     u64 word = semaphore->word.load(std::memory_order_relaxed);
     do
-        if (u32(word) >= semaphore->maximum) return;
+        if (u32(word) >= semaphore->maximum + (word >> 32)) return;
     while (
         !semaphore->word.compare_exchange_weak(word, word + 1, std::memory_order_release, std::memory_order_relaxed));
     if (word >= kSleeper) FutexWakeOne(&semaphore->word);

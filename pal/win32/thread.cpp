@@ -52,6 +52,9 @@ void ThreadPlace(Thread* thread, i32 index) {
     SetThreadIdealProcessor(thread->handle, DWORD(index % ProcessorCount()));
 }
 
+// An ideal processor holds nobody back.
+void ThreadRoam(Thread*) {}
+
 i32 CurrentProcessor() { return i32(GetCurrentProcessorNumber()); }
 
 void ThreadJoin(Thread* thread) {

@@ -418,6 +418,21 @@ TEST_F(Pcbitmap, NullRectIsTheWholeSource) {
     EXPECT_EQ(Pixel(target.At(2, 2), 4), (Four{3, 2, 1, 0xEE}));
 }
 
+TEST_F(Pcbitmap, NullRectStopsAtTheSourcesEdge) {
+    for (i32 depth : {24, 32}) {
+        Held source(4, 4, 24), target(8, 8, depth), given(8, 8, depth);
+        for (i32 y = 0; y < 4; ++y)
+            for (i32 x = 0; x < 4; ++x) source.At(x, y)[0] = u8(16 * y + x + 1);
+        const KQRectT<long> whole{0, 0, 4, 4};
+        CopyBitmapKQ(source, target, nullptr, 2, 1, 4, 1, 0, 0);
+        CopyBitmapKQ(source, given, &whole, 2, 1, 4, 1, 0, 0);
+        for (i32 x = 0; x < 4; ++x) {
+            EXPECT_EQ(target.At(x, 0)[0], x < 2 ? 16 + 3 + x : 0xEE) << x;
+            EXPECT_EQ(given.At(x, 0)[0], target.At(x, 0)[0]) << x;
+        }
+    }
+}
+
 TEST_F(Pcbitmap, NativeCopiesWithExtremeWordsAreDefined) {
     Held source(4, 2, 24), target(4, 3, 24), other(3, 4, 16);
     long far = std::numeric_limits<long>::max();

@@ -49,6 +49,18 @@ TEST_F(Pcdos, OpeningAMissingFileIsNotFound) {
     EXPECT_EQ(GetErrorKQ(), 11u);
 }
 
+TEST_F(Pcdos, CreatingEmptiesAnExistingFileWithEveryPermission) {
+    for (u32 permission : {u32(KQFILE_Read), u32(KQFILE_Write), u32(KQFILE_ReadWrite)}) {
+        kqtest::WriteWholeFile(path, "old text");
+        file = CreateFileKQ(path.c_str(), permission, 0, 0);
+        ASSERT_NE(file, nullptr) << permission;
+        EXPECT_EQ(WriteFileKQ(file, "new", 3) != 0, permission != KQFILE_Read);
+        CloseFileKQ(file);
+        file = nullptr;
+        EXPECT_EQ(Content(), permission == KQFILE_Read ? "" : "new");
+    }
+}
+
 TEST_F(Pcdos, CreatingInAMissingFolderIsNotFound) {
     EXPECT_EQ(CreateFileKQ((Folder() + "missing/file").c_str(), KQFILE_Write, 0, 0), nullptr);
     EXPECT_EQ(GetErrorKQ(), 11u);

@@ -2,9 +2,16 @@
 
 #include <atomic>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
+
+#if defined(__linux__)
+#include <unistd.h>
+#endif
 
 #include "Source/Startup.h"
 #include "Source/Threads.h"
@@ -384,6 +391,36 @@ TEST_F(Threads, SemaphoreHoldsNoMoreThanItsMaximum) {
     EXPECT_EQ(count.passed, 3);
     FreeSemaphoreKQ(count.semaphore);
 }
+
+#if defined(__linux__)
+// Whether the kernel has put the thread to sleep.
+bool Sleeps(int thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(file)), {});
+    size_t name = text.rfind(')');
+    return name != std::string::npos && text.compare(name, 3, ") S") == 0;
+}
+
+// A sleeper that has been let through but has not run yet takes no other's place.
+TEST_F(Threads, EverySignalLetsASleeperThrough) {
+    for (int round = 0; round < 100; ++round) {
+        void* semaphore = CreateSemaphoreKQ(0, 1);
+        std::atomic<int> threads[2] = {};
+        std::vector<std::thread> sleepers;
+        for (auto& thread : threads)
+            sleepers.emplace_back([&] {
+                thread = int(gettid());
+                WaitSemaphoreKQ(semaphore);
+            });
+        for (auto& thread : threads)
+            while (!thread || !Sleeps(thread)) std::this_thread::yield();
+        SignalSemaphoreKQ(semaphore);
+        SignalSemaphoreKQ(semaphore);
+        for (auto& sleeper : sleepers) sleeper.join();
+        FreeSemaphoreKQ(semaphore);
+    }
+}
+#endif
 
 TEST_F(Threads, SemaphoreRefusesImpossibleCounts) {
     EXPECT_EQ(CreateSemaphoreKQ(0, 0), nullptr);

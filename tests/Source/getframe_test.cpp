@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <random>
 
 #include "Source/Frames.h"
@@ -566,6 +567,27 @@ TEST_F(getframeBlend, UsesPullDownWhenItIsSet) {
     KQBitmap* bitmap = MakeBitmap(37, 11);
     EXPECT_EQ(Get(clip, bitmap, 4), 1);
     EXPECT_EQ(Bytes(bitmap), frames[5]);
+}
+
+TEST_F(getframeBlend, AWovenFrameThatFindsNoMemoryIsBackground) {
+    KQClip* clip = Clip();
+    clip->flags |= KQCLIP_BLEND;
+    clip->pullDown = 1;
+    KQBitmap* bitmap = MakeBitmap(37, 11);
+    ASSERT_EQ(Get(clip, bitmap, 3), 1);
+    const auto good = Bytes(bitmap);
+    i64 seen = 0;
+    for (i64 n = 1; n < 10; ++n) {
+        std::memset(bitmap->data, 0xEE, size_t(bitmap->dataSize));
+        kq::allocationFaults.Set(n, true);
+        int done = Get(clip, bitmap, 3);
+        bool reached = kq::allocationFaults.failures > 0;
+        kq::allocationFaults.Clear();
+        if (!reached) break;
+        seen += done;
+        EXPECT_TRUE(!done || Bytes(bitmap) == good || AllAre(bitmap, kBackground)) << n;
+    }
+    EXPECT_GT(seen, 0);
 }
 
 TEST_F(getframeBlend, SucceedsWithOneWorkBitmapAlone) {

@@ -2,6 +2,7 @@
 // last test compares the two.
 #include <KQLib.h>
 
+#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -116,6 +117,33 @@ TEST_F(ClipsPage, Alpha) {
     FreeBitmapKQ(stored);
 }
 
+// A program that has just started, with one module in a folder.
+class ClipsPageStart : public kqtest::KQTest {
+protected:
+    void SetUp() override {
+        KQTest::SetUp();
+        std::filesystem::copy_file(kqtest::ModulePath("example.ifm"), Folder() + "example.ifm");
+    }
+
+    void TearDown() override {
+        kq::FreeFormatModules();
+        KQTest::TearDown();
+    }
+};
+
+TEST_F(ClipsPageStart, Modules) {
+    std::string folder = Folder();
+    char* modules = folder.data();
+    // snippet modules
+    InitFormatModulesKQ(nullptr);
+    char* folders[] = {modules, nullptr};   // `modules` is the folder's path
+    EnumFilesKQ(folders, nullptr, FormatModule_CheckFile, 0, 0);
+    // end
+    auto last = reinterpret_cast<const KQFormatDesc*>(KQEnv->formatModules.TailPred);
+    ASSERT_NE(last->pluginInfo, nullptr);
+    EXPECT_EQ(last->pluginInfo->FileSpec, Folder() + "example.ifm");
+}
+
 // The lines between the marks of a file, by the snippet's name, without their common indent.
 std::map<std::string, std::string> Snippets(const std::string& path, const std::string& begin, const std::string& end) {
     std::map<std::string, std::string> snippets;
@@ -137,7 +165,7 @@ std::map<std::string, std::string> Snippets(const std::string& path, const std::
 TEST_F(ClipsPage, PageShowsTheseLines) {
     auto tested = Snippets(KQ_TREE "/tests/docs/Clips_test.cpp", "// snippet ", "// end");
     auto shown = Snippets(KQ_TREE "/docs/clips.md", "```cpp ", "```");
-    EXPECT_EQ(tested.size(), 5u);
+    EXPECT_EQ(tested.size(), 6u);
     EXPECT_EQ(shown, tested);
 }
 
