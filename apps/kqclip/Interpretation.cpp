@@ -83,7 +83,8 @@ void Material::RemoveFromFiles(int phase) {
     clip_->frameCount = i32(numbers_.size());
 }
 
-// The presented frames 0 to `count` - 1 of which all files are there; the last may lack its second one at the end.
+// The presented frames, at most `count`, of which all files are there; the first that would need a file behind the last
+// number is the end.
 void Material::PresentGroups(int phase, int count, int span) {
     std::vector<int> fileAt(size_t(span), -1);
     for (size_t i = 0; i < files_.size(); ++i) {
@@ -92,18 +93,19 @@ void Material::PresentGroups(int phase, int count, int span) {
     }
     numbers_.clear();
     sources_.clear();
+    first_ = 0;
+    last_ = -1;
     for (int frame = 0; frame < count; ++frame) {
         Group group(frame, phase);
-        bool woven = group.woven && group.first + 1 < span;
-        int first = fileAt[size_t(group.first)], second = woven ? fileAt[size_t(group.first) + 1] : -1;
+        if (group.first + group.woven >= span) return;
+        last_ = frame;
+        int first = fileAt[size_t(group.first)], second = group.woven ? fileAt[size_t(group.first) + 1] : -1;
         for (int file : {first, second})
             if (file >= 0) files_[size_t(file)].presented = frame;
-        if (first < 0 || (woven && second < 0)) continue;
+        if (first < 0 || (group.woven && second < 0)) continue;
         numbers_.push_back(frame);
         sources_.push_back({first, second});
     }
-    first_ = 0;
-    last_ = count - 1;
 }
 
 // The phase, or 0 when none is seen. Frames that are not there would disturb the look: of a sequence with gaps the
