@@ -384,18 +384,6 @@ bool ReadRows(const Still& still, Filler& filler) {
     return true;
 }
 
-// A JPEG file that was cut is filled up with grey by its library without a word. It ends with a marker, after which
-// some writers put a little more.
-bool EndsAsJpegDoes(int file) {
-    constexpr off_t kTail = 65536;
-    off_t size = lseek(file, 0, SEEK_END), from = size > kTail ? size - kTail : 0;
-    std::vector<std::uint8_t> tail(std::size_t(size - from));
-    ssize_t got = pread(file, tail.data(), tail.size(), from);
-    for (ssize_t i = got - 2; i >= 0; --i)
-        if (tail[std::size_t(i)] == 0xFF && tail[std::size_t(i) + 1] == 0xD9) return true;
-    return false;
-}
-
 }   // namespace
 
 void DecodeHead(const Request& request, int file, Answer& answer) {
@@ -405,6 +393,8 @@ void DecodeHead(const Request& request, int file, Answer& answer) {
 
 void DecodePixels(const Request& request, int file, std::uint8_t* target, Answer& answer) {
     if (std::strcmp(request.format, "png") == 0 && DecodePlainPng(request, file, target, answer)) return;
+    bool jpeg = std::strcmp(request.format, "jpeg") == 0;
+    if (jpeg && DecodeCommonJpeg(request, file, target, answer)) return;
     Still still;
     if (!Open(request, file, still, answer)) return;
     Filler filler(still, request, target);
@@ -418,10 +408,7 @@ void DecodePixels(const Request& request, int file, std::uint8_t* target, Answer
         return;
     }
     answer.outcome = Outcome::Whole;
-    if (std::strcmp(request.format, "jpeg") == 0 && !EndsAsJpegDoes(file)) {
-        answer.outcome = Outcome::Damaged;
-        Tell(answer, "it is cut off");
-    }
+    if (jpeg) CheckJpeg(file, answer);
 }
 
 }   // namespace stills::oiio
