@@ -3,7 +3,8 @@
 // libjpeg goes on over damage, fills up with what it has, and only notes a warning; the image library passes none of
 // them on. So the kinds of JPEG that photographs are (grey, or red, green and blue by way of YCbCr) are decoded here
 // with the warnings heard; of the others (CMYK) the stream is run through once more for its warnings alone. A frame of
-// half the size or less is decoded at an eighth, a quarter or half, which skips most of the work.
+// half the size or less is decoded at an eighth, a quarter or half, which skips most of the work: a pixel is then about
+// the mean of the block of 2, 4 or 8 pixels a side that holds the one which would have been taken.
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -25,9 +26,12 @@ struct Listener {
     std::jmp_buf leave;
     int first = 0;   // the first complaint's number
     char words[JMSG_LENGTH_MAX] = {};
+    bool nothing = false;   // the file ends before the first row of blocks does
 };
 
 Listener& ListenerOf(j_common_ptr common) { return *reinterpret_cast<Listener*>(common->err); }
+
+bool TellsOfAnEnd(int complaint) { return complaint == JWRN_JPEG_EOF || complaint == JERR_INPUT_EOF; }
 
 void Note(j_common_ptr common) {
     Listener& listener = ListenerOf(common);
@@ -36,8 +40,14 @@ void Note(j_common_ptr common) {
     common->err->format_message(common, listener.words);
 }
 
+// A version that libjpeg does not know says nothing of the pixels.
 void OnWarning(j_common_ptr common, int level) {
-    if (level < 0) Note(common);
+    if (level >= 0 || common->err->msg_code == JWRN_JFIF_MAJOR) return;
+    Note(common);
+    auto codec = reinterpret_cast<j_decompress_ptr>(common);
+    bool starts = codec->input_scan_number <= 1 && codec->input_iMCU_row == 0;
+    Listener& listener = ListenerOf(common);
+    if (starts && TellsOfAnEnd(listener.first) && common->err->msg_code == JWRN_HIT_MARKER) listener.nothing = true;
 }
 
 // A file that was damaged before it went wrong altogether is told by its first complaint.
@@ -53,6 +63,7 @@ struct Jpeg {
     Listener listener = {};
     std::FILE* file;
     std::vector<std::uint8_t> row;
+    std::vector<JDIMENSION> columns;
     int done = 0;   // rows of the target that are filled
 
     explicit Jpeg(int descriptor) : file(std::fopen(OpenPath(descriptor).text, "rb")) {
@@ -86,26 +97,29 @@ void ChooseScale(jpeg_decompress_struct& codec, const Request& request) {
             return;
 }
 
-void PutRow(const Jpeg& jpeg, int width, std::uint8_t* to) {
-    std::uint32_t step = (std::uint32_t(jpeg.codec.output_width) << 16) / std::uint32_t(width);
-    std::size_t channels = std::size_t(jpeg.codec.output_components), colour = channels == 3;
-    for (int x = 0; x < width; ++x, to += 4) {
-        const std::uint8_t* from = jpeg.row.data() + (std::uint64_t(unsigned(x)) * step >> 16) * channels;
-        to[0] = 255;
-        to[1] = from[0];
-        to[2] = from[colour];
-        to[3] = from[2 * colour];
-    }
+// Where the target's pixel or row `index` takes its sample from: the library's own rule, on the reduced picture.
+JDIMENSION Place(const jpeg_decompress_struct& codec, JDIMENSION source, int target, int index) {
+    std::uint64_t step = (std::uint64_t(source) << 16) / unsigned(target);
+    return JDIMENSION((unsigned(index) * step >> 16) * codec.scale_num / codec.scale_denom);
 }
 
 // Fills the target's rows that come from the row that was just decoded.
 void PutRows(Jpeg& jpeg, const Request& request, std::uint8_t* target) {
-    std::uint32_t step = (std::uint32_t(jpeg.codec.output_height) << 16) / std::uint32_t(request.height);
-    std::uint32_t row = jpeg.codec.output_scanline - 1;
-    while (jpeg.done < request.height && std::uint64_t(unsigned(jpeg.done)) * step >> 16 == row) {
-        PutRow(jpeg, request.width, target + std::size_t(jpeg.done) * std::size_t(request.width) * 4);
+    const jpeg_decompress_struct& codec = jpeg.codec;
+    std::size_t rowBytes = std::size_t(request.width) * 4;
+    while (jpeg.done < request.height &&
+           Place(codec, codec.image_height, request.height, jpeg.done) + 1 == codec.output_scanline) {
+        std::uint8_t* to = target + std::size_t(jpeg.done) * rowBytes;
+        for (std::size_t x = 0; x < rowBytes; x += 4) std::memcpy(to + x, &jpeg.row[jpeg.columns[x / 4]], 4);
         ++jpeg.done;
     }
+}
+
+// Where in a decoded row each of the target's pixels starts.
+void ChooseColumns(Jpeg& jpeg, const Request& request) {
+    jpeg.columns.resize(std::size_t(request.width));
+    for (int x = 0; x < request.width; ++x)
+        jpeg.columns[std::size_t(x)] = Place(jpeg.codec, jpeg.codec.image_width, request.width, x) * 4;
 }
 
 // Decodes to the file's end, past the last row that is wanted, for what libjpeg has to say; false when it gives up.
@@ -135,9 +149,9 @@ bool IsSane(const jpeg_decompress_struct& codec) {
 
 void TellDamage(const Listener& listener, Answer& answer) {
     if (!listener.first) return;
-    answer.outcome = answer.rows > 0 ? Outcome::Damaged : Outcome::None;
-    bool cut = listener.first == JWRN_JPEG_EOF || listener.first == JERR_INPUT_EOF;
-    CopyText(answer.problem, sizeof answer.problem, cut ? "it is cut off" : listener.words);
+    answer.outcome = answer.rows > 0 && !listener.nothing ? Outcome::Damaged : Outcome::None;
+    const char* words = TellsOfAnEnd(listener.first) ? "it is cut off" : listener.words;
+    CopyText(answer.problem, sizeof answer.problem, words);
 }
 
 }   // namespace
@@ -145,11 +159,14 @@ void TellDamage(const Listener& listener, Answer& answer) {
 bool DecodeCommonJpeg(const Request& request, int file, std::uint8_t* target, Answer& answer) {
     Jpeg jpeg(file);
     if (!ReadHeader(jpeg) || !IsCommon(jpeg.codec) || !IsSane(jpeg.codec)) return false;
+    jpeg.codec.out_color_space = JCS_EXT_ARGB;
     ChooseScale(jpeg.codec, request);
+    ChooseColumns(jpeg, request);
     Decode(jpeg, request, target);
     answer.outcome = Outcome::Whole;
     answer.width = std::int32_t(jpeg.codec.image_width);
     answer.height = std::int32_t(jpeg.codec.image_height);
+    answer.pixelAspect = 1.0;
     answer.rows = jpeg.done;
     TellDamage(jpeg.listener, answer);
     return true;
