@@ -407,7 +407,9 @@ void DecodePixels(const Request& request, int file, std::uint8_t* target, Answer
         Tell(answer, "its row " + std::to_string(row) + " cannot be read" + (reason.empty() ? "" : ": " + reason));
         return;
     }
-    answer.outcome = Outcome::Whole;
+    bool cut = IsCut(request.format, file);
+    answer.outcome = cut ? Outcome::Damaged : Outcome::Whole;
+    if (cut) Tell(answer, "it is cut off");
     if (jpeg) CheckJpeg(file, answer);
 }
 

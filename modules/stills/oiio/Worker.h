@@ -29,6 +29,9 @@ bool DecodeCommonJpeg(const Request& request, int file, std::uint8_t* target, An
 // Runs through a JPEG file that was decoded, and turns `answer` to damaged when its stream is.
 void CheckJpeg(int file, Answer& answer);
 
+// True when the file ends before its pixels do; for the kinds whose cut files the image library takes for whole.
+bool IsCut(const char* format, int file);
+
 // Writes a still from `source` into `file`.
 void EncodePixels(const Request& request, int file, const std::uint8_t* source, Answer& answer);
 
