@@ -140,7 +140,24 @@ int WithPaddingTold(int file) {
     return -1;
 }
 
+// A Softimage picture whose samples are stored as they are, which the image library gives as black.
+bool IsRawSoftimage(int file) {
+    constexpr off_t kPackets = 104;
+    std::uint8_t packet[4];
+    off_t at = kPackets;
+    do {
+        if (pread(file, packet, sizeof packet, at) != ssize_t(sizeof packet)) return false;
+        if (packet[2] == 0) return true;
+        at += off_t(sizeof packet);
+    } while (packet[0] && at < kPackets + 64);
+    return false;
+}
+
 bool Open(const Request& request, int file, Still& still, Answer& answer) {
+    if (std::strcmp(request.format, "softimage") == 0 && IsRawSoftimage(file)) {
+        Tell(answer, "its samples are not packed by runs, which is not read");
+        return false;
+    }
     if (std::strcmp(request.format, "dpx") == 0) still.copy = WithPaddingTold(file);
     if (still.copy >= 0) file = still.copy;
     still.input = ImageInput::create(request.format, false, nullptr, "");
