@@ -255,6 +255,7 @@ public:
         std::error_code error;
         fs::rename(path_, target_, error);
         if (error) problem = error.message();
+        if (error == std::errc::permission_denied) problem.cause = stills::Cause::NoAccess;
         return renamed_ = !error;
     }
 
