@@ -356,6 +356,27 @@ TEST_F(StillsHelper, AFolderIsNoStill) {
     EXPECT_EQ(Read(Folder() + "folder.png"), nullptr);
 }
 
+// Which kinds show the rows that are there, and which stand or fall as a whole.
+TEST_F(StillsHelper, CutFilesShowTheirRowsOrAreRefusedByTheirKind) {
+    std::mt19937 random(6);   // grain, so that half the file is half the picture
+    auto picture = MakePicture(200, 200, [&](i32 x, i32 y) { return Pixel{255, x, int(random() % 32), y}; });
+    const std::pair<const char*, bool> kKinds[] = {{"bmp", false}, {"dpx", true},  {"exr", true}, {"hdr", true},
+                                                   {"jpg", true},  {"png", true},  {"ppm", true}, {"rgb", false},
+                                                   {"sgi", false}, {"tga", false}, {"tif", false}};
+    for (auto [extension, shows] : kKinds) {
+        std::string path = Folder() + "cut." + extension;
+        ASSERT_TRUE(Write(path, picture.get(), false)) << extension;
+        std::vector<u8> bytes = ReadWholeFile(path);
+        WriteWholeFile(path, bytes.data(), bytes.size() * 6 / 10);
+        messages.clear();
+        Bitmap got = Read(path);
+        EXPECT_EQ(got != nullptr, shows) << extension;
+        EXPECT_EQ(GetErrorKQ() == KQERR_READ, shows) << extension;
+        EXPECT_TRUE(WasTold(std::string("cut.") + extension)) << extension;
+        for (i32 y = 0; got && y < 80; y += 20) EXPECT_NEAR(PixelAt(got.get(), 100, y).red, 100, 20) << extension << y;
+    }
+}
+
 TEST_F(StillsHelper, ALimitOnFilesLeavesWhatWasThere) {
     auto noise = MakePicture(300, 300, [](i32 x, i32 y) {
         return Pixel{255, (x * 7919 + y * 104729) & 255, x & 255, y};
