@@ -82,7 +82,7 @@ Pixel Wave(i32 x, i32 y) {
 
 // Grain on a slope, so that blocks take many bytes.
 Pixel Grain(i32 x, i32 y) {
-    u32 noise = u32(x * 73856093) ^ u32(y * 19349663);
+    u32 noise = u32(x) * 73856093u ^ u32(y) * 19349663u;
     noise = (noise ^ noise >> 13) * 1274126177u;
     return {255, 60 + x / 4 + int(noise >> 27), 60 + y / 4 + int(noise >> 22 & 31), 100 + int(noise >> 17 & 31)};
 }
