@@ -5,13 +5,9 @@ import shutil
 import struct
 import zlib
 
-from tool import COMMAND, TREE, ToolTest, film_of, main, pictures_of
+from tool import COMMAND, TREE, ToolTest, film_of, is_native, main, pictures_of
 
 SEEDS = os.path.join(TREE, "tests", "modules", "stills")
-
-
-def seed(name):
-    return os.path.join(SEEDS, name)
 
 
 def pixels_of(width, height, number):
@@ -38,6 +34,12 @@ class KqclipStillsTest(ToolTest):
         modules = os.path.join(os.path.dirname(COMMAND[-1]), "modules")
         return {**os.environ, "KQCLIP_MODULES": modules, **more}
 
+    def seed(self, name, target=None):
+        """A still of the folder, beside the test's files: a path that begins with a slash is an option on Windows."""
+        target = target or name
+        shutil.copyfile(os.path.join(SEEDS, name), target)
+        return target
+
     def extensions(self):
         stills = [module for module in self.run_json("formats")["formats"] if module["name"] == "Stills"]
         self.assertEqual(len(stills), 1, "the module is beside the tool")
@@ -48,21 +50,21 @@ class KqclipStillsTest(ToolTest):
             self.write(f"shot.{number:04d}.png", png_of(width, height, number))
 
     def test_info_tells_what_is_in_a_still(self):
-        out, err = self.run_tool("info", seed("plain.png"))
+        out, err = self.run_tool("info", self.seed("plain.png"))
         self.assertRegex(out, r"size: +19 x 13 pixels")
         self.assertEqual(err, "")
-        clip = self.run_json("info", seed("alpha.png"))["input"]
+        clip = self.run_json("info", self.seed("alpha.png"))["input"]
         self.assertEqual((clip["format"], clip["width"], clip["height"], clip["frames"]), ("Stills", 19, 13, 1))
         self.assertEqual(clip["alpha"]["mode"], "straight")
 
     def test_every_still_of_a_kind_that_is_read_is_converted(self):
         done, extensions = 0, self.extensions()
-        for path in sorted(glob.glob(os.path.join(SEEDS, "plain.*"))):
-            if path.rsplit(".", 1)[1] not in extensions:
+        for name in sorted(os.listdir(SEEDS)):
+            if not name.startswith("plain.") or name.rsplit(".", 1)[1] not in extensions:
                 continue
-            self.run_tool("convert", path, "o.flm", "--overwrite")
+            self.run_tool("convert", self.seed(name), "o.flm", "--overwrite")
             width, height, _, pictures = pictures_of(self.read("o.flm"))
-            self.assertEqual((width, height, len(pictures)), (19, 13, 1), path)
+            self.assertEqual((width, height, len(pictures)), (19, 13, 1), name)
             done += 1
         self.assertGreaterEqual(done, 4)
 
@@ -84,19 +86,21 @@ class KqclipStillsTest(ToolTest):
         self.assertEqual(pictures_of(self.read("b.flm"))[3], [picture])
 
     def test_a_long_extension_is_read_and_written(self):
-        shutil.copyfile(seed("plain.tif"), "a.tiff")
+        self.seed("plain.tif", "a.tiff")
         self.assertEqual(self.run_json("info", "a.tiff")["input"]["width"], 19)
         self.run_tool("convert", "a.tiff", "b.jpeg")
         self.assertTrue(self.read("b.jpeg").startswith(b"\xff\xd8\xff"))
         self.assertEqual(self.run_json("info", "b.jpeg")["input"]["height"], 13)
 
     def test_the_contents_count_and_not_the_extension(self):
-        shutil.copyfile(seed("plain.bmp"), "a.png")
+        self.seed("plain.bmp", "a.png")
         self.run_tool("convert", "a.png", "o.flm", "--single")
-        self.run_tool("convert", seed("plain.bmp"), "p.flm")
+        self.run_tool("convert", self.seed("plain.bmp"), "p.flm")
         self.assertEqual(self.read("o.flm"), self.read("p.flm"))
 
     def test_a_cut_still_is_warned_of_and_its_rows_are_there(self):
+        if not is_native():
+            self.skipTest("the imaging component of Windows refuses a cut PNG")
         data = png_of(200, 300, 9)
         self.write("cut.png", data[:len(data) // 2])
         answer = self.run_json("convert", "cut.png", "o.flm", "--single", code=3)
