@@ -23,7 +23,7 @@ protected:
         for (int shift = 24; shift >= 0 && u8(code >> shift); shift -= 8) extension += char(code >> shift);
         bool found = std::any_of(seeds.begin(), seeds.end(),
                                  [&](const std::string& seed) { return ExtensionOf(seed) == extension; });
-        // JPEG XR (Windows only) has none: wine's decoder does not come back from a small one.
+        // JPEG XR (Windows only) has none: wine's decoder crashes on a small one.
         bool without = extension == "jxr" || extension == "wdp";
         EXPECT_TRUE(found || without) << "no still to damage of the kind ." << extension;
     }
