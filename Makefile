@@ -18,10 +18,10 @@ SEED ?= 20261121
 CTEST = ctest --output-on-failure --no-tests=error
 .PHONY: run test test-win64 asan tsan bench fuzz mutate kill-run package install clean
 
-# build/NAME: configures and builds the preset NAME.
+# build/NAME: configures and builds the preset NAME, or only the targets named behind it.
 define build
 	@cmake --preset $(1) >build-$(1).log 2>&1 || { cat build-$(1).log; exit 1; }; mkdir -p build; mv build-$(1).log build/$(1).log
-	@cmake --build build/$(1) -j $(JOBS)
+	@cmake --build build/$(1) -j $(JOBS) $(if $(2),--target $(2))
 endef
 
 run:
@@ -59,7 +59,7 @@ bench:
 
 mutate:
 	@tools/bootstrap test
-	$(call build,linux-release)
+	$(call build,linux-release,stills_mutation_test)
 	@KQ_MUTATIONS=$(MUTATIONS) KQ_SEED=$(SEED) build/linux-release/bin/stills_mutation_test
 
 fuzz:

@@ -19,11 +19,20 @@ struct Head {
     std::string format;         // the kind of file in words, such as "PNG" or "TIFF"
 };
 
+// What the front makes an error code of.
+enum class Cause {
+    Other,      // the file's contents, or anything that has no name here
+    NotFound,   // there is no such file or folder
+    NoAccess,   // it may not be read or written, or another program holds it
+    NoMemory,
+    DiskFull,
+};
+
 // Why a call failed, in words for a person: "cut off after row 12", "no space left on the device".
 struct Problem : std::string {
     using std::string::string;
     using std::string::operator=;
-    bool diskFull = false;   // set by a writer that ran out of room
+    Cause cause = Cause::Other;
 };
 
 // How much of a still's pixels there is.

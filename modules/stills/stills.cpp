@@ -87,6 +87,18 @@ i32 Refuse(u32 error, const char* fileSpec, const char* what, const char* why) {
     return 0;
 }
 
+// The code of a failure; `otherwise` when the codec's reason is none that the library has a code for.
+u32 ErrorOf(const stills::Problem& problem, u32 otherwise) {
+    switch (problem.cause) {
+    case stills::Cause::NotFound: return KQERR_NOTFOUND;
+    case stills::Cause::NoAccess: return KQERR_ACCESS;
+    case stills::Cause::NoMemory: return KQERR_NOMEM;
+    case stills::Cause::DiskFull: return KQERR_DISKFULL;
+    case stills::Cause::Other: break;
+    }
+    return otherwise;
+}
+
 // What lies outside is a writer's mistake.
 bool IsSaneAspect(f64 aspect) { return aspect >= 0.05 && aspect <= 20.0; }
 
@@ -110,7 +122,7 @@ i32 OpenStill(KQClip* clip) {
     stills::Head head;
     stills::Problem problem;
     if (!stills::ReadHead(clip->fileSpec, head, problem))
-        return Refuse(KQERR_BADDATA, clip->fileSpec, "cannot be opened", problem.c_str());
+        return Refuse(ErrorOf(problem, KQERR_BADDATA), clip->fileSpec, "cannot be opened", problem.c_str());
     if (!IsSaneSize(head.width, head.height))
         return Refuse(KQERR_BADDATA, clip->fileSpec, "cannot be opened",
                       "a picture of its size is not read; up to 2^28 pixels and 32767 a side are");
@@ -165,7 +177,8 @@ i32 ReadWhole(KQClip* clip, u8* pixels, i32 width, i32 height) {
     stills::Problem problem;
     ExpectFollowing(clip, width, height);
     switch (stills::ReadPixels(clip->fileSpec, width, height, pixels, head, problem)) {
-    case stills::Pixels::None: return Refuse(KQERR_MODULE, clip->fileSpec, "cannot be read", problem.c_str());
+    case stills::Pixels::None:
+        return Refuse(ErrorOf(problem, KQERR_MODULE), clip->fileSpec, "cannot be read", problem.c_str());
     case stills::Pixels::Damaged: Refuse(KQERR_READ, clip->fileSpec, "is damaged", problem.c_str()); return 1;
     case stills::Pixels::Whole: break;
     }
@@ -242,6 +255,7 @@ public:
         std::error_code error;
         fs::rename(path_, target_, error);
         if (error) problem = error.message();
+        if (error == std::errc::permission_denied) problem.cause = stills::Cause::NoAccess;
         return renamed_ = !error;
     }
 
@@ -290,8 +304,7 @@ i32 WriteFrame(KQClip* clip, const KQBitmap* frame) {
     if (frame->width < 1 || frame->height < 1)
         return Refuse(KQERR_BADDATA, clip->fileSpec, "cannot be written", "it has no pixels");
     if (Replace(clip->fileSpec, head, frame->data, problem)) return 1;
-    return Refuse(problem.diskFull ? KQERR_DISKFULL : KQERR_WRITE, clip->fileSpec, "cannot be written",
-                  problem.c_str());
+    return Refuse(ErrorOf(problem, KQERR_WRITE), clip->fileSpec, "cannot be written", problem.c_str());
 }
 
 i32 AddFrame(KQClip* clip, KQBitmap* bitmap, i32, const KQRectT<long>* rect) {

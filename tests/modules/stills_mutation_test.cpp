@@ -2,6 +2,7 @@
 // is named.
 //
 // KQ_MUTATIONS sets how many files are tried (200; `make mutate` tries 2,000) and KQ_SEED the run.
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -14,7 +15,19 @@ namespace {
 
 using namespace kqtest;
 
-class StillsMutation : public StillsTest {};
+class StillsMutation : public StillsTest {
+protected:
+    // One of the files to damage is of the kind that this extension names.
+    static void ExpectSeed(const std::vector<std::string>& seeds, u32 code) {
+        std::string extension;
+        for (int shift = 24; shift >= 0 && u8(code >> shift); shift -= 8) extension += char(code >> shift);
+        bool found = std::any_of(seeds.begin(), seeds.end(),
+                                 [&](const std::string& seed) { return ExtensionOf(seed) == extension; });
+        // JPEG XR (Windows only) has none: wine's decoder crashes on a small one.
+        bool without = extension == "jxr" || extension == "wdp";
+        EXPECT_TRUE(found || without) << "no still to damage of the kind ." << extension;
+    }
+};
 
 u32 Setting(const char* name, u32 otherwise) {
     const char* text = std::getenv(name);
@@ -57,7 +70,7 @@ TEST_F(StillsMutation, ProgramLivesAndNamesTheFile) {
         if (Reads(ExtensionOf(path))) seeds.push_back(path);
     }
     std::sort(seeds.begin(), seeds.end());
-    ASSERT_GE(seeds.size(), 10u);
+    for (i32 i = 0; i < Module()->importExtCount; ++i) ExpectSeed(seeds, Module()->importExts[i]);
     std::mt19937 random(seed);
     u32 whole = 0, damaged = 0, refused = 0;
     double slowest = 0;
@@ -79,6 +92,7 @@ TEST_F(StillsMutation, ProgramLivesAndNamesTheFile) {
         whole += clean;
         damaged += got && !clean;
         refused += !got;
+        EXPECT_FALSE(WasTold("/proc/")) << origin << " mutation " << i;
         EXPECT_TRUE(clean || WasTold(name)) << origin << " mutation " << i;
         std::filesystem::remove(path);
     }

@@ -76,6 +76,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Made{"plain.bmp", false, 0}, Made{"plain.dds", false, 0}, Made{"plain.dpx", false, 0},
                     Made{"plain.exr", false, 0}, Made{"plain.gif", false, 0}, Made{"plain.hdr", false, 12},
                     Made{"plain.iff", false, 0}, Made{"plain.jp2", false, 0}, Made{"plain.jpg", false, 16},
+                    Made{"plain.pic", false, 0}, Made{"alpha.pic", true, 0}, Made{"plain.rgb", false, 0},
                     Made{"plain.png", false, 0}, Made{"plain.ppm", false, 0}, Made{"plain.psd", false, 0},
                     Made{"plain.rla", false, 0}, Made{"plain.sgi", false, 0}, Made{"plain.tga", false, 0},
                     Made{"plain.tif", false, 0}, Made{"plain.webp", false, 0}, Made{"alpha.dpx", true, 0},
@@ -239,7 +240,7 @@ TEST_F(Stills, AKindThatIsNotWrittenIsToldBeforeAFrame) {
 
 TEST_F(Stills, AFolderThatIsNotThereIsAnError) {
     EXPECT_FALSE(Write(Folder() + "none/a.png", Numbered(1).get(), false));
-    EXPECT_NE(GetErrorKQ(), u32(KQERR_NONE));
+    EXPECT_EQ(GetErrorKQ(), u32(KQERR_NOTFOUND));
     EXPECT_TRUE(WasTold("a.png"));
 }
 
@@ -372,22 +373,57 @@ TEST_F(Stills, AWrittenClipOfManyFramesIsAFileAFrame) {
 
 // Bad input.
 
-TEST_F(Stills, ACutFileShowsItsRowsAndTellsItsName) {
-    auto picture = MakePicture(200, 300, [](i32 x, i32 y) { return Pixel{255, x, 200 - x, y / 2}; });
-    for (const char* extension : {"png", "tif", "jpg"}) {
+// Whether its rows are shown is for the platform's image library to say.
+TEST_F(Stills, ACutFileTellsItsNameAndGivesNoOtherPixels) {
+    std::mt19937 random(4);   // grain, so that half the file is half the picture
+    auto picture = MakePicture(200, 300, [&](i32 x, i32 y) { return Pixel{255, x, int(random() % 32), y / 2}; });
+    for (const char* extension : {"png", "jpg", "bmp"}) {
         std::string path = Folder() + "cut." + extension;
         ASSERT_TRUE(Write(path, picture.get(), false));
         std::vector<u8> bytes = ReadWholeFile(path);
         WriteWholeFile(path, bytes.data(), bytes.size() / 2);
         messages.clear();
         Bitmap got = Read(path);
-        if (!got) {   // a directory at the file's end went with it
-            EXPECT_TRUE(WasTold(std::string("cut.") + extension)) << extension;
-            continue;
-        }
-        EXPECT_EQ(GetErrorKQ(), u32(KQERR_READ)) << extension;
+        EXPECT_NE(GetErrorKQ(), u32(KQERR_NONE)) << extension;
+        EXPECT_TRUE(!got || GetErrorKQ() == KQERR_READ) << extension;
         EXPECT_TRUE(WasTold(std::string("cut.") + extension)) << extension;
-        EXPECT_NEAR(PixelAt(got.get(), 50, 10).red, 50, 4) << extension;
+        for (i32 y : {0, 10, 80}) EXPECT_NEAR(got ? PixelAt(got.get(), 50, y).red : 50, 50, 16) << extension << y;
+    }
+}
+
+// Its directory stands at its end and went with it.
+TEST_F(Stills, ACutTiffIsRefusedWithItsName) {
+    std::string path = Folder() + "cut.tif";
+    ASSERT_TRUE(Write(path, Numbered(1).get(), false));
+    std::vector<u8> bytes = ReadWholeFile(path);
+    WriteWholeFile(path, bytes.data(), bytes.size() / 2);
+    EXPECT_EQ(Read(path), nullptr);
+    EXPECT_NE(GetErrorKQ(), u32(KQERR_NONE));
+    EXPECT_TRUE(WasTold("cut.tif"));
+}
+
+// What is missing at the end of a file that is taken for whole was none of its pixels.
+TEST_F(Stills, ACutFileIsNeverTakenForWhole) {
+    for (auto& entry : fs::directory_iterator(KQ_STILLS)) {
+        std::string extension = ExtensionOf(entry.path().string()), path = Folder() + "cut." + extension;
+        if (!Reads(extension)) continue;
+        std::vector<u8> bytes = ReadWholeFile(entry.path().string());
+        Bitmap whole = Read(entry.path().string());
+        if (entry.path().filename() == "raw.pic") continue;   // it is refused
+        ASSERT_NE(whole, nullptr) << entry.path();
+        int noticed = 0;
+        for (size_t part = 1; part < 40; ++part) {
+            size_t length = bytes.size() * part / 40;
+            WriteWholeFile(path, bytes.data(), length);
+            messages.clear();
+            Bitmap got = Read(path);
+            bool clean = got && GetErrorKQ() == KQERR_NONE;
+            noticed += !clean;
+            EXPECT_FALSE(WasTold("/proc/")) << "the decoder's own name of the file";
+            EXPECT_TRUE(clean || WasTold("cut.")) << entry.path() << " cut to " << length;
+            EXPECT_TRUE(!clean || Difference(got.get(), whole.get()) == 0) << entry.path() << " cut to " << length;
+        }
+        EXPECT_GT(noticed, 5) << entry.path();
     }
 }
 
@@ -406,6 +442,15 @@ TEST_F(Stills, WhatIsNoStillIsRefusedWithItsName) {
         EXPECT_NE(GetErrorKQ(), u32(KQERR_NONE)) << name;
         EXPECT_TRUE(WasTold(name)) << name;
     }
+}
+
+// Its image library gives black for it.
+TEST_F(Stills, ASoftimagePictureThatIsNotPackedIsRefused) {
+    if (!Reads("pic")) GTEST_SKIP() << "the platform's image library does not read Softimage pictures";
+    EXPECT_EQ(Read(Seed("raw.pic")), nullptr);
+    EXPECT_EQ(GetErrorKQ(), u32(KQERR_BADDATA));
+    EXPECT_TRUE(WasTold("raw.pic"));
+    EXPECT_TRUE(WasTold("not packed"));
 }
 
 TEST_F(Stills, ContentsCountAndNotTheExtension) {

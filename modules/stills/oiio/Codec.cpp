@@ -310,7 +310,14 @@ const Kind* KindOfFile(const std::string& bytes, const char* path) {
     return KindOf(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), ExtensionOf(path).c_str());
 }
 
-constexpr const char* kNoKind = "it is no still of a kind that is read";
+void NoteNoMemory(Problem& problem) {
+    problem = "out of memory";
+    problem.cause = Cause::NoMemory;
+}
+
+const char* NoKind(const std::string& bytes) {
+    return bytes.empty() ? "it is empty" : "it is no still of a kind that is read";
+}
 
 // Opens the file and posts the request. The result is the slot; -1 with the reason. Without `wait` also -1 when every
 // worker has enough to do.
@@ -319,9 +326,10 @@ int Codec::Ask(const char* path, RequestKind kind, int width, int height, bool w
     if (!wait && seats_[std::size_t(IdlestSeat())].underWay.size() >= kMostUnderWay) return -1;
     InputFile file = OpenInput(path, problem);
     if (!file.descriptor) return -1;
-    const Kind* found = KindOfFile(FirstBytes(file.descriptor.Get()), path);
+    std::string bytes = FirstBytes(file.descriptor.Get());
+    const Kind* found = KindOfFile(bytes, path);
     if (!found) {
-        problem = kNoKind;
+        problem = NoKind(bytes);
         return -1;
     }
     int index = FreeSlot();
@@ -334,11 +342,11 @@ int Codec::Ask(const char* path, RequestKind kind, int width, int height, bool w
     slot.request.width = width;
     slot.request.height = height;
     CopyText(slot.request.format, sizeof slot.request.format, found->format);
-    std::size_t bytes = std::size_t(width) * std::size_t(height) * 4;
-    if (bytes > slot.memory.Size()) {
+    std::size_t needed = std::size_t(width) * std::size_t(height) * 4;
+    if (needed > slot.memory.Size()) {
         slot.shown = {};
-        if (!slot.memory.Grow(bytes)) {
-            problem = "out of memory";
+        if (!slot.memory.Grow(needed)) {
+            NoteNoMemory(problem);
             return -1;
         }
     }
@@ -365,7 +373,7 @@ bool Codec::ReadHead(const char* path, Head& head, Problem& problem) {
     std::string bytes = FirstBytes(file.descriptor.Get());
     const Kind* kind = KindOfFile(bytes, path);
     if (!kind) {
-        problem = bytes.empty() ? "it is empty" : kNoKind;
+        problem = NoKind(bytes);
         return false;
     }
     if (ReadPlainHead(*kind, reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), head)) return true;
@@ -412,13 +420,13 @@ bool Codec::WritePixels(const char* path, const Kind& kind, const Head& head, co
     std::size_t bytes = std::size_t(head.width) * std::size_t(head.height) * 4;
     Descriptor file = MemoryFile(false);
     if (index < 0 || !file) {
-        problem = "out of memory";
+        NoteNoMemory(problem);
         return false;
     }
     Slot& slot = slots_[std::size_t(index)];
     if (bytes > slot.memory.Size()) slot.shown = {};
     if (!slot.memory.Grow(bytes)) {
-        problem = "out of memory";
+        NoteNoMemory(problem);
         return false;
     }
     std::memcpy(slot.memory.Bytes(), pixels, bytes);

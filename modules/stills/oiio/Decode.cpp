@@ -140,7 +140,24 @@ int WithPaddingTold(int file) {
     return -1;
 }
 
+// A Softimage picture whose samples are stored as they are, which the image library gives as black.
+bool IsRawSoftimage(int file) {
+    constexpr off_t kPackets = 104;
+    std::uint8_t packet[4];
+    off_t at = kPackets;
+    do {
+        if (pread(file, packet, sizeof packet, at) != ssize_t(sizeof packet)) return false;
+        if (packet[2] == 0) return true;
+        at += off_t(sizeof packet);
+    } while (packet[0] && at < kPackets + 64);
+    return false;
+}
+
 bool Open(const Request& request, int file, Still& still, Answer& answer) {
+    if (std::strcmp(request.format, "softimage") == 0 && IsRawSoftimage(file)) {
+        Tell(answer, "its samples are not packed by runs, which is not read");
+        return false;
+    }
     if (std::strcmp(request.format, "dpx") == 0) still.copy = WithPaddingTold(file);
     if (still.copy >= 0) file = still.copy;
     still.input = ImageInput::create(request.format, false, nullptr, "");
@@ -384,18 +401,6 @@ bool ReadRows(const Still& still, Filler& filler) {
     return true;
 }
 
-// A JPEG file that was cut is filled up with grey by its library without a word. It ends with a marker, after which
-// some writers put a little more.
-bool EndsAsJpegDoes(int file) {
-    constexpr off_t kTail = 65536;
-    off_t size = lseek(file, 0, SEEK_END), from = size > kTail ? size - kTail : 0;
-    std::vector<std::uint8_t> tail(std::size_t(size - from));
-    ssize_t got = pread(file, tail.data(), tail.size(), from);
-    for (ssize_t i = got - 2; i >= 0; --i)
-        if (tail[std::size_t(i)] == 0xFF && tail[std::size_t(i) + 1] == 0xD9) return true;
-    return false;
-}
-
 }   // namespace
 
 void DecodeHead(const Request& request, int file, Answer& answer) {
@@ -405,6 +410,8 @@ void DecodeHead(const Request& request, int file, Answer& answer) {
 
 void DecodePixels(const Request& request, int file, std::uint8_t* target, Answer& answer) {
     if (std::strcmp(request.format, "png") == 0 && DecodePlainPng(request, file, target, answer)) return;
+    bool jpeg = std::strcmp(request.format, "jpeg") == 0;
+    if (jpeg && DecodeCommonJpeg(request, file, target, answer)) return;
     Still still;
     if (!Open(request, file, still, answer)) return;
     Filler filler(still, request, target);
@@ -417,11 +424,10 @@ void DecodePixels(const Request& request, int file, std::uint8_t* target, Answer
         Tell(answer, "its row " + std::to_string(row) + " cannot be read" + (reason.empty() ? "" : ": " + reason));
         return;
     }
-    answer.outcome = Outcome::Whole;
-    if (std::strcmp(request.format, "jpeg") == 0 && !EndsAsJpegDoes(file)) {
-        answer.outcome = Outcome::Damaged;
-        Tell(answer, "it is cut off");
-    }
+    bool cut = IsCut(request.format, file);
+    answer.outcome = cut ? Outcome::Damaged : Outcome::Whole;
+    if (cut) Tell(answer, "it is cut off");
+    if (jpeg) CheckJpeg(file, answer);
 }
 
 }   // namespace stills::oiio

@@ -20,23 +20,39 @@ Identity IdentityOf(const struct stat& status) {
     return {status.st_dev, status.st_ino, std::uint64_t(status.st_size), status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
-void NoteWriteFailure(int number, Problem& problem) {
+Cause CauseOf(int number) {
+    switch (number) {
+    case ENOENT:
+    case ENOTDIR: return Cause::NotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case ETXTBSY: return Cause::NoAccess;
+    case ENOMEM: return Cause::NoMemory;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG: return Cause::DiskFull;
+    default: return Cause::Other;
+    }
+}
+
+void NoteFailure(int number, Problem& problem) {
     problem = SystemReason(number);
-    problem.diskFull = number == ENOSPC || number == EDQUOT || number == EFBIG;
+    problem.cause = CauseOf(number);
 }
 
 // Moves the bytes within the kernel.
 bool CopyAll(int from, int to, Problem& problem) {
     struct stat status;
     if (fstat(from, &status) != 0) {
-        problem = SystemReason(errno);
+        NoteFailure(errno, problem);
         return false;
     }
     off_t at = 0;
     while (at < status.st_size) {
         ssize_t moved = sendfile(to, from, &at, size_t(status.st_size - at));
         if (moved > 0 || (moved < 0 && errno == EINTR)) continue;
-        NoteWriteFailure(moved == 0 ? ENOSPC : errno, problem);
+        NoteFailure(moved == 0 ? ENOSPC : errno, problem);
         return false;
     }
     return true;
@@ -63,7 +79,7 @@ InputFile OpenInput(const char* path, Problem& problem) {
     Descriptor descriptor(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status;
     if (!descriptor || fstat(descriptor.Get(), &status) != 0) {
-        problem = SystemReason(errno);
+        NoteFailure(errno, problem);
         return file;
     }
     if (!S_ISREG(status.st_mode)) {
@@ -85,12 +101,12 @@ bool Identify(const char* path, Identity& identity) {
 bool WriteOut(int source, const char* path, Problem& problem) {
     Descriptor target(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
     if (!target) {
-        NoteWriteFailure(errno, problem);
+        NoteFailure(errno, problem);
         return false;
     }
     if (!CopyAll(source, target.Get(), problem)) return false;
     if (close(target.Release()) == 0) return true;
-    NoteWriteFailure(errno, problem);
+    NoteFailure(errno, problem);
     return false;
 }
 

@@ -99,6 +99,7 @@ const Kind* KindOf(const char* extension) {
 }
 
 const Kind* KindOf(const std::uint8_t* bytes, std::size_t count, const char* extension) {
+    if (count == 0) return nullptr;
     for (const Mark& mark : kMarks)
         if (Fits(mark, bytes, count)) return KindOf(mark.extension);
     bool named = !std::strcmp(extension, "ico") || !std::strcmp(extension, "rla") || !std::strcmp(extension, "tga");

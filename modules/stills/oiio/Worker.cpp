@@ -112,6 +112,19 @@ void OneLine(char* text) {
     for (std::size_t length = std::strlen(text); length > 0 && text[length - 1] == ' '; --length) text[length - 1] = 0;
 }
 
+// The image library names the file as it was opened here, which is nothing to anybody else.
+void LeaveOutPath(char* text) {
+    constexpr char kPath[] = "/proc/self/fd/", kWords[] = "the file";
+    static_assert(sizeof kWords < sizeof kPath);
+    while (char* at = std::strstr(text, kPath)) {
+        char* end = at + sizeof kPath - 1;
+        while (*end >= '0' && *end <= '9') ++end;
+        if (at > text && std::strchr("\"'", at[-1]) && *end == at[-1]) --at, ++end;
+        std::memcpy(at, kWords, sizeof kWords - 1);
+        std::memmove(at + sizeof kWords - 1, end, std::strlen(end) + 1);
+    }
+}
+
 bool Serve(int socket) {
     Request request;
     int descriptors[2];
@@ -126,6 +139,7 @@ bool Serve(int socket) {
     close(descriptors[0]);
     if (slots[request.slot].Size() > kKeptBytes) slots[request.slot].Unmap();
     OneLine(answer.problem);
+    LeaveOutPath(answer.problem);
     return Send(socket, &answer, sizeof answer, {});
 }
 

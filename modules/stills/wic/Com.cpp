@@ -10,21 +10,22 @@ namespace {
 struct Words {
     HRESULT code;
     const char* text;
+    Cause cause = Cause::Other;
 };
 
 constexpr HRESULT OfWin32(DWORD code) { return HRESULT((code & 0xFFFF) | (FACILITY_WIN32 << 16) | 0x80000000); }
 
 const Words kWords[] = {
-    {E_OUTOFMEMORY, "out of memory"},
-    {OfWin32(ERROR_NOT_ENOUGH_MEMORY), "out of memory"},
-    {OfWin32(ERROR_FILE_NOT_FOUND), "there is no such file"},
-    {OfWin32(ERROR_PATH_NOT_FOUND), "there is no such folder"},
+    {E_OUTOFMEMORY, "out of memory", Cause::NoMemory},
+    {OfWin32(ERROR_NOT_ENOUGH_MEMORY), "out of memory", Cause::NoMemory},
+    {OfWin32(ERROR_FILE_NOT_FOUND), "there is no such file", Cause::NotFound},
+    {OfWin32(ERROR_PATH_NOT_FOUND), "there is no such folder", Cause::NotFound},
     {OfWin32(ERROR_INVALID_NAME), "this is no name of a file"},
-    {OfWin32(ERROR_ACCESS_DENIED), "access is denied"},
-    {OfWin32(ERROR_SHARING_VIOLATION), "another program holds the file"},
-    {OfWin32(ERROR_DISK_FULL), "no space left on the device"},
-    {OfWin32(ERROR_HANDLE_DISK_FULL), "no space left on the device"},
-    {OfWin32(ERROR_WRITE_PROTECT), "the device is write-protected"},
+    {OfWin32(ERROR_ACCESS_DENIED), "access is denied", Cause::NoAccess},
+    {OfWin32(ERROR_SHARING_VIOLATION), "another program holds the file", Cause::NoAccess},
+    {OfWin32(ERROR_DISK_FULL), "no space left on the device", Cause::DiskFull},
+    {OfWin32(ERROR_HANDLE_DISK_FULL), "no space left on the device", Cause::DiskFull},
+    {OfWin32(ERROR_WRITE_PROTECT), "the device is write-protected", Cause::NoAccess},
     {WINCODEC_ERR_COMPONENTNOTFOUND, "the file is no still of a kind that is read here"},
     {WINCODEC_ERR_UNKNOWNIMAGEFORMAT, "the file is no still of a kind that is read here"},
     {WINCODEC_ERR_UNSUPPORTEDPIXELFORMAT, "the file holds pixels of a form that is not read here"},
@@ -37,10 +38,12 @@ const Words kWords[] = {
 
 Problem Explain(HRESULT code) {
     Problem problem;
-    problem.diskFull = code == OfWin32(ERROR_DISK_FULL) || code == OfWin32(ERROR_HANDLE_DISK_FULL);
-    for (const Words& words : kWords)
-        if (words.code == code) problem = words.text;
-    if (!problem.empty()) return problem;
+    for (const Words& words : kWords) {
+        if (words.code != code) continue;
+        problem = words.text;
+        problem.cause = words.cause;
+        return problem;
+    }
     char text[64];
     std::snprintf(text, sizeof text, "damaged or cut off (code %08lX)", static_cast<unsigned long>(code));
     problem = text;

@@ -5,6 +5,7 @@ its formula. Run here when a kind is added; the files are kept.
     pixel (x, y) of 19 x 13: red 13 x, green 19 y, blue 5 x y mod 256, alpha 255 - 9 x (of the files with "alpha")
 """
 import os
+import struct
 import subprocess
 
 WIDTH, HEIGHT = 19, 13
@@ -22,6 +23,37 @@ def pam(name, alpha):
     depth, kind = (4, "RGB_ALPHA") if alpha else (3, "RGB")
     with open(name, "wb") as file:
         file.write(f"P7\nWIDTH {WIDTH}\nHEIGHT {HEIGHT}\nDEPTH {depth}\nMAXVAL 255\nTUPLTYPE {kind}\nENDHDR\n".encode())
+        file.write(data)
+
+
+def run_lengths(samples):
+    """One row of a Softimage picture's packet: stretches of equal samples, and of up to 128 others."""
+    out, at = bytearray(), 0
+    while at < len(samples):
+        run = 1
+        while run < 120 and at + run < len(samples) and samples[at + run] == samples[at]:
+            run += 1
+        if run > 1:
+            out += bytes([127 + run]) + bytes(samples[at])
+        else:
+            while at + run < len(samples) and run < 128 and samples[at + run] != samples[at + run - 1]:
+                run += 1
+            out += bytes([run - 1]) + b"".join(bytes(sample) for sample in samples[at:at + run])
+        at += run
+    return out
+
+
+def softimage(name, alpha, packed):
+    """No program here writes these."""
+    kind, packets = 2 if packed else 0, [(0xE0, (0, 1, 2))] + ([(0x10, (3,))] if alpha else [])
+    data = struct.pack(">If80s4sHHfHH", 0x5380F634, 3.71, b"", b"PICT", WIDTH, HEIGHT, 1.0, 3, 0)
+    for i, (channels, _) in enumerate(packets):
+        data += bytes([i + 1 < len(packets), 8, kind, channels])
+    for y in range(HEIGHT):
+        for _, picked in packets:
+            row = [[(13 * x, 19 * y, 5 * x * y % 256, 255 - 9 * x)[c] for c in picked] for x in range(WIDTH)]
+            data += run_lengths(row) if packed else b"".join(bytes(sample) for sample in row)
+    with open(name, "wb") as file:
         file.write(data)
 
 
@@ -73,6 +105,10 @@ def main():
     run("oiiotool", "alpha.png", "-o", "multiplied.tif")
     run("oiiotool", "plain.png", "-o", "plain.iff")
     run("oiiotool", "plain.png", "-o", "plain.rla")
+    run(*plain, "-depth", "8", "-compress", "none", "sgi:plain.rgb")
+    softimage("plain.pic", False, True)
+    softimage("alpha.pic", True, True)
+    softimage("raw.pic", False, False)
 
 
 main()
