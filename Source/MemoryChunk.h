@@ -17,7 +17,9 @@
 #include "Source/MemoryIndex.h"
 #include "kq/memory.h"
 
-struct KQMemoryChunk {
+// As large as a number of cache lines, as a block's header is: then the first block's data, and with it every frame,
+// starts on one, and no wide load or store of a row lies across two.
+struct alignas(64) KQMemoryChunk {
     Node Links;       // in KQEnv->MemoryChunks
     List Blocks;      // KQBlockHeader records
     List Free;        // KQBlockHeader records

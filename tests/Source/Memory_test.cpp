@@ -237,6 +237,18 @@ TEST_F(Memory, LargerRequestGetsAChunkOfItsOwnSize) {
     }
 }
 
+TEST_F(Memory, LargeBlocksStartOnACacheLine) {
+    std::vector<void*> blocks;
+    for (size_t size : {102401, 150000, 8294400, 102403, 33177600}) {
+        blocks.push_back(AllocMemoryKQ(size, 0));
+        blocks.push_back(AllocMemoryKQ(size, 0, __FILE__, __LINE__));
+    }
+    for (void* block : blocks) {
+        EXPECT_EQ(reinterpret_cast<uptr>(block) % 64, 0u);
+        FreeMemoryKQ(block);
+    }
+}
+
 TEST_F(Memory, RestWithoutRoomForAHeaderGoesWithTheBlock) {
     FillPresentChunks();
     u8* a = Bare(200);
