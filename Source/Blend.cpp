@@ -56,7 +56,7 @@ void BlendShared(const KQBitmap& target, const u8* const* sources, const Weight*
         BlendRows(work.target.data + start, parts, work.weights, work.count,
                   size_t((bottom - top) * work.target.rowBytes));
     };
-    ShareRows(rows, &all, target.height, i64(target.width) * target.height);
+    ShareRows(rows, &all, target.height, i64(target.width) * target.height * 4);
 }
 
 // The target of a blend by frames with the frames that wait to be added to it. Frames are summed several at a time,

@@ -15,9 +15,6 @@ namespace {
 
 constexpr i64 kStreamBytes = i64(16) << 20;
 
-// Pixels that a copy of `bytes` bytes counts for, when it is shared.
-constexpr i64 kBytesAPixel = 4;
-
 #if defined(KQ_SIMD_X86)
 
 // Bytes ahead of the stores that a target is asked for.
@@ -283,7 +280,7 @@ void CopyByteRows(const RowCopy& work, Simd level) {
         store = Store::String;
     if (size >= kStreamBytes && work.bytes >= 256) store = Store::Stream;
     CopyWork copy{work, store, level};
-    ShareRows(CopyShare, &copy, work.rows, size / kBytesAPixel);
+    ShareRows(CopyShare, &copy, work.rows, size);
 }
 
 // A block goes in one piece, or one a processor.
@@ -295,31 +292,30 @@ void CopyBlock(const u8* from, u8* to, i64 bytes) {
         return;
     }
     BlockWork work{from, to, bytes};
-    ShareRows(BlockShare, &work, (bytes + kPieceBytes - 1) / kPieceBytes, bytes / kBytesAPixel);
+    ShareRows(BlockShare, &work, (bytes + kPieceBytes - 1) / kPieceBytes, bytes);
 }
 
 void FillBlock(u8* to, i64 bytes, u32 pattern, Simd level) {
     if (bytes <= 0) return;
     FillWork work{to, bytes, pattern, level};
-    ShareRows(FillShare, &work, (bytes + kPieceBytes - 1) / kPieceBytes, bytes / kBytesAPixel);
+    ShareRows(FillShare, &work, (bytes + kPieceBytes - 1) / kPieceBytes, bytes);
 }
 
 void FillPixelRows(u8* to, i64 toStep, i64 bytes, i64 rows, const u8* pixel, i64 pixelBytes, Simd level) {
     if (bytes <= 0 || rows <= 0) return;
     u8 run[kRunBytes];
     for (i64 k = 0; k < kRunBytes; ++k) run[k] = pixel[k % pixelBytes];
-    i64 pixels = bytes * rows / kBytesAPixel;
     if (std::abs(toStep) == bytes && bytes % pixelBytes == 0) {
         PixelRows block{toStep < 0 ? to + toStep * (rows - 1) : to, 0, bytes * rows, run, level};
-        return ShareRows(PixelBlockShare, &block, (block.bytes + kPatternBytes - 1) / kPatternBytes, pixels);
+        return ShareRows(PixelBlockShare, &block, (block.bytes + kPatternBytes - 1) / kPatternBytes, block.bytes);
     }
     PixelRows work{to, toStep, bytes, run, level};
-    ShareRows(PixelRowsShare, &work, rows, pixels);
+    ShareRows(PixelRowsShare, &work, rows, bytes * rows);
 }
 
 void FillFirstBytes(u8* to, i64 pixels, u8 value, Simd level) {
     FirstWork work{to, pixels, value, level};
-    ShareRows(FirstShare, &work, (pixels + kPiecePixels - 1) / kPiecePixels, pixels);
+    ShareRows(FirstShare, &work, (pixels + kPiecePixels - 1) / kPiecePixels, pixels * 4);
 }
 
 }   // namespace kq

@@ -34,7 +34,7 @@ void Interpolate(KQBitmap* bitmap, i32 first) {
         }
     };
     i64 count = std::max<i64>(0, (i64(bitmap->height) - first) / 2);
-    ShareRows(rows, &all, count, i64(bitmap->width) * bitmap->height);
+    ShareRows(rows, &all, count, i64(bitmap->width) * bitmap->height * 4);
 }
 
 void KeepEvenRows(KQBitmap* bitmap) {

@@ -135,7 +135,7 @@ void ReadAlpha(const KQClip* clip, KQBitmap* bitmap, const Area& area) {
         for (i64 y = top; y < bottom; ++y)
             ReadAlphaRow(work.clip, Row(work.bitmap, i32(work.area.top + y)) + work.area.left, work.width);
     };
-    ShareRows(rows, &all, area.bottom - area.top, i64(all.width) * (area.bottom - area.top));
+    ShareRows(rows, &all, area.bottom - area.top, i64(all.width) * (area.bottom - area.top) * 4);
 }
 
 }   // namespace kq
@@ -158,7 +158,7 @@ int Interpret_Alpha(const KQClip* clip, const KQBitmap* source, KQBitmap* target
         for (i64 y = top; y < bottom; ++y) write(y, size_t(work.width));
     };
     i32 height = std::min(source->height, target->height);
-    kq::ShareRows(rows, &all, height, i64(all.width) * height);
+    kq::ShareRows(rows, &all, height, i64(all.width) * height * 4);
     return 1;
 }
 

@@ -9,8 +9,8 @@ namespace kq {
 
 namespace {
 
-// Below this the threads cost more than they gain.
-constexpr i64 kSharedPixels = 900000;
+// Below this the threads cost more than they gain. Loops are as fast as they write, be a pixel of one byte or of four.
+constexpr i64 kSharedBytes = 2000000;
 
 thread_local bool ownThread = false;
 
@@ -34,9 +34,9 @@ int DoSlice(i32 slice, i32 slices, void* data) {
 
 }   // namespace
 
-void ShareRows(RangeRoutine routine, const void* data, i64 rows, i64 pixels) {
+void ShareRows(RangeRoutine routine, const void* data, i64 rows, i64 bytes) {
     SharedWork work{routine, data, rows};
-    if (pixels < kSharedPixels || !ownThread || GetProcessorsKQ() < 2) return Run(work, 0, rows);
+    if (bytes < kSharedBytes || !ownThread || GetProcessorsKQ() < 2) return Run(work, 0, rows);
     MPForkKQ(DoSlice, &work, GetProcessorsKQ());
 }
 

@@ -65,8 +65,8 @@ template <class Kernel>
 struct Strip {
     const Sampling& work;
     const Kernel& kernel;
-    i64 first;    // target byte of a row where the strip starts
-    i64 pixels;   // of a row
+    i64 first;   // target byte of a row where the strip starts
+    i64 bytes;   // of a row
 };
 
 // The machine reads on along a row by itself, but not from one row to the next, least of all upwards: each kernel asks
@@ -84,7 +84,7 @@ void StripRows(i64 top, i64 bottom, const void* data) {
 
 template <class Kernel>
 void RunStrip(const Strip<Kernel>& strip) {
-    ShareRows(StripRows<Kernel>, &strip, strip.work.rows, strip.pixels * strip.work.rows);
+    ShareRows(StripRows<Kernel>, &strip, strip.work.rows, strip.bytes * strip.work.rows);
 }
 
 // Bytes from a strip's start to the next aligned place, 1 to `size`, when all rows have it at the same place and it
@@ -148,7 +148,7 @@ bool SampleByTables(const Sampling& work, Form from, Form to, RowsCall plain) {
             return true;
         }
         Kernel kernel{table, window, aligned && WantsStream(work, to)};
-        RunStrip<Kernel>({work, kernel, first * targetBytes, count});
+        RunStrip<Kernel>({work, kernel, first * targetBytes, count * targetBytes});
     }
     return true;
 }
@@ -163,7 +163,7 @@ bool SampleShuffled(const Sampling& work, Form from, Form to, RowsCall plain, Si
 template <class Kernel>
 void SampleRows(const Sampling& work, Form to, Simd level) {
     Kernel kernel{work, WantsStream(work, to), level};
-    RunStrip<Kernel>({work, kernel, 0, work.width});
+    RunStrip<Kernel>({work, kernel, 0, work.width * PixelBytes(to)});
 }
 
 // The first source byte of a row's columns.
@@ -277,7 +277,8 @@ bool SampleEven(const Sampling& work, Form from, Form to, Simd level) {
     bool moves = from == to && (from == Form::Byte || from == Form::Argb) && work.fromBytes == PixelBytes(from);
     if (!moves || level == Simd::Plain || (work.stepX != 131072 && work.stepX != 32768)) return false;
     EvenWork even{work, WantsStream(work, to), level};
-    ShareRows(work.stepX == 131072 ? ShareOfHalves : ShareOfDoubles, &even, work.rows, work.width * work.rows);
+    ShareRows(work.stepX == 131072 ? ShareOfHalves : ShareOfDoubles, &even, work.rows,
+              work.width * work.rows * PixelBytes(to));
     return true;
 }
 
@@ -309,7 +310,7 @@ void SamplePixels(const Sampling& work, Form from, Form to, Simd level) {
     if (SampleEven(work, from, to, level) || SampleShuffled(work, from, to, plain, level)) return;
     if (SampleWords(work, from, to, level)) return;
     PlainWork all{work, plain};
-    ShareRows(ShareOfPlain, &all, work.rows, work.width * work.rows);
+    ShareRows(ShareOfPlain, &all, work.rows, work.width * work.rows * 4);   // a pixel at a time, of whatever size
 }
 
 void SamplePlain(const Sampling& work, Form from, Form to) {

@@ -171,7 +171,7 @@ TEST_F(Sampling, BigTargetsEqualThePlainOnes) {
     Random random;
     for (Form from : kForms)
         for (Form to : kForms) CheckRandomWork(&random, from, to, 700, 200);
-    for (int i = 0; i < 4; ++i) CheckRandomWork(&random, Form::Byte, Form::Byte, 3000, 900);
+    for (int i = 0; i < 4; ++i) CheckRandomWork(&random, Form::Byte, Form::Byte, 6000, 1800);
 }
 
 // A target that goes past the caches, with rows that are aligned or not.
