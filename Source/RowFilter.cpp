@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "Source/Simd.h"
-#include "Source/StringStores.h"
 
 namespace kq {
 
@@ -20,16 +19,11 @@ static void Averages(u8* target, const u8* above, const u8* below, size_t bytes)
 KQ_VECTOR_FORMS(void, Averages, (u8 * target, const u8* above, const u8* below, size_t bytes),
                 (target, above, below, bytes))
 
-// In pieces, each of which asks for the next one.
+// Whole registers start on a cache line of the target, as all rows of most frames do.
 void AverageRows(u8* target, const u8* above, const u8* below, size_t bytes) {
-    constexpr size_t kPiece = 1024;
-    for (size_t at = 0; at < bytes; at += kPiece) {
-        for (size_t line = kPiece; line < 2 * kPiece; line += 64) {
-            PrefetchForRead(below + at + line);
-            if (SimdInUse() != Simd::Plain) PrefetchForWrite(target + at + line);   // the oldest processors lack it
-        }
-        Averages(target + at, above + at, below + at, std::min(kPiece, bytes - at));
-    }
+    size_t head = std::min(size_t(-uptr(target) & 63), bytes);
+    Averages(target, above, below, head);
+    Averages(target + head, above + head, below + head, bytes - head);
 }
 
 KQ_LOOP void SmoothRowLoop(u8* __restrict row, u8* __restrict above, const u8* __restrict below, size_t bytes) {
@@ -106,15 +100,6 @@ KQ_VECTOR_FORMS(void, BlendAny, (u8 * target, const u8* const* sources, const We
 
 namespace {
 
-// Asks for what two sources and a target need some steps later: the machine follows one stream by itself, three it
-// does not.
-inline void AskAhead(const u8* first, const u8* second, const u8* target) {
-    constexpr i64 kAhead = 2048;
-    PrefetchForRead(first + kAhead);
-    PrefetchForRead(second + kAhead);
-    PrefetchForWrite(target + kAhead);
-}
-
 // Whole registers of a blend of two frames without a weight of one; returns the bytes done. Bytes become words and back
 // within the lanes of a register, so that no order is lost.
 KQ_TARGET_AVX512 size_t BlendTwo512(u8* target, const u8* const* sources, const Weight* weights, size_t bytes) {
@@ -123,7 +108,6 @@ KQ_TARGET_AVX512 size_t BlendTwo512(u8* target, const u8* const* sources, const 
     const __m512i none = _mm512_setzero_si512(), byte = _mm512_set1_epi16(255);
     size_t i = 0;
     for (; i + 64 <= bytes; i += 64) {
-        AskAhead(first + i, second + i, target + i);
         __m512i s = _mm512_loadu_si512(first + i), t = _mm512_loadu_si512(second + i);
         __m512i low = _mm512_add_epi16(_mm512_mulhi_epu16(_mm512_unpacklo_epi8(s, none), a),
                                        _mm512_mulhi_epu16(_mm512_unpacklo_epi8(t, none), b));
@@ -140,7 +124,6 @@ KQ_TARGET_AVX2 size_t BlendTwo256(u8* target, const u8* const* sources, const We
     const __m256i none = _mm256_setzero_si256(), byte = _mm256_set1_epi16(255);
     size_t i = 0;
     for (; i + 32 <= bytes; i += 32) {
-        AskAhead(first + i, second + i, target + i);
         __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(first + i));
         __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(second + i));
         __m256i low = _mm256_add_epi16(_mm256_mulhi_epu16(_mm256_unpacklo_epi8(s, none), a),
