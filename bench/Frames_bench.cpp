@@ -1,6 +1,7 @@
 // Frames at 1920 x 1080: alpha, fields, smoothing, blending, the two surveys, retrieval, and look-up in long edit
 // lists. The row loops are built in; the rest goes through the public calls.
 #include <cstring>
+#include <new>
 #include <random>
 #include <vector>
 
@@ -23,7 +24,17 @@ constexpr i32 kWidth = 1920, kHeight = 1080;
 constexpr size_t kPixels = size_t(kWidth) * kHeight, kBytes = kPixels * 4, kRow = size_t(kWidth) * 4;
 constexpr double kMegapixels = kPixels / 1e6, kMegabytes = kBytes / 1e6;
 
-using Picture = std::vector<u32>;
+// Pictures start on a cache line, as the library's frames do.
+template <class T>
+struct OnALine {
+    using value_type = T;
+
+    T* allocate(size_t count) { return static_cast<T*>(::operator new(count * sizeof(T), std::align_val_t(64))); }
+    void deallocate(T* pixels, size_t) { ::operator delete(pixels, std::align_val_t(64)); }
+    bool operator==(const OnALine&) const { return true; }
+};
+
+using Picture = std::vector<u32, OnALine<u32>>;
 
 Picture Random(u32 seed) {
     std::mt19937 random(seed);

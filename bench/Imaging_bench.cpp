@@ -19,6 +19,7 @@ extern "C" {
 #include "kq/bitmap.h"
 #include "kq/environment.h"
 #include "kq/nativebitmap.h"
+#include "kq/tasks.h"
 
 namespace {
 
@@ -80,12 +81,23 @@ Contender AllThreads(std::function<void()> work) {
             }};
 }
 
+// What threads are for comes frame after frame. Once in a while, it would measure how long a halted processor takes to
+// wake up.
+constexpr int kFrames = 8;
+
+std::function<void()> FrameAfterFrame(std::function<void()> work) {
+    return [work] {
+        for (int i = 0; i < kFrames; ++i) work();
+    };
+}
+
 // Part of the names of the rows that are wanted.
 std::string wanted;
 
 // The row on one thread with its ratio to the fastest peer, then the same on all processors.
 void Rows(const std::string& name, double amount, const std::string& unit, std::function<void()> ours,
-          std::vector<Contender> peers, double ratio, std::function<void()> sharedPeer = nullptr) {
+          std::vector<Contender> peers, double ratio, std::function<void()> sharedPeer = nullptr,
+          const std::vector<Contender>& sharedLimits = {}) {
     if (name.find(wanted) == std::string::npos) return;
     std::vector<Contender> all{OneThread(ours)};
     all.insert(all.end(), peers.begin(), peers.end());
@@ -95,13 +107,41 @@ void Rows(const std::string& name, double amount, const std::string& unit, std::
         if (medians[i] < medians[best]) best = i;
     bench::Row(name, amount, unit, all, {{best, ratio}}, 9);
     if (!sharedPeer) return;
-    std::vector<Contender> shared{AllThreads(ours), OneThread(ours), {"OpenCV, as many threads", [sharedPeer] {
-                                                                          cv::setNumThreads(processors);
-                                                                          sharedPeer();
-                                                                          cv::setNumThreads(1);
-                                                                      }}};
-    bench::Row(name + ", all processors", amount, unit, shared, {{1, 1.6}, {2, 1.0}}, 9);
+    std::vector<Contender> shared{AllThreads(ours)};
+    shared.insert(shared.end(), sharedLimits.begin(), sharedLimits.end());
+    shared.push_back({"OpenCV, as many threads", [sharedPeer] {
+                          cv::setNumThreads(processors);
+                          sharedPeer();
+                          cv::setNumThreads(1);
+                      }});
+    shared.push_back(OneThread(ours));
+    for (Contender& one : shared) one.run = FrameAfterFrame(one.run);
+    bench::Row(name + ", all processors", amount * kFrames, unit, shared,
+               {{shared.size() - 1, 1.6}, {shared.size() - 2, 1.0}}, 9);
 }
+
+// What the memory gives to all processors at once: memcpy, or memset for a null source, of a share each.
+struct Limit {
+    const u8* from;
+    u8* to;
+    size_t bytes;
+
+    void Run() {
+        KQEnv->Processors = processors;
+        MPForkKQ(
+            [](i32 slice, i32 slices, void* data) {
+                auto& limit = *static_cast<Limit*>(data);
+                size_t share = limit.bytes / size_t(slices), first = share * size_t(slice - 1);
+                if (limit.from)
+                    std::memcpy(limit.to + first, limit.from + first, share);
+                else
+                    std::memset(limit.to + first, 0x33, share);
+                return 1;
+            },
+            this, processors);
+        KQEnv->Processors = 1;
+    }
+};
 
 struct ScaleContext {
     SwsContext* context;
@@ -285,10 +325,16 @@ void CopyRows(Size size) {
     Rows(
         "whole copy, " + size.Text(), double(bytes) / 1e6, "MB",
         [&] { CopyBitmapKQ(source.get(), target.get(), 0, 0, -1, -1, 0, 0); },
-        {{"memcpy", [&] { std::memcpy(target->data, source->data, bytes); }}}, 0.9, [&] { in.copyTo(out); });
+        {{"memcpy", [&] { std::memcpy(target->data, source->data, bytes); }}}, 0.9, [&] { in.copyTo(out); },
+        {{"limit: memcpy, as many threads", [&] {
+              Limit{source->data, target->data, bytes}.Run();
+          }}});
     Rows(
         "fill 32, " + size.Text(), double(bytes) / 1e6, "MB", [&] { FillBitmapKQ(target.get(), 0xFF102030); },
-        {{"memset", [&] { std::memset(target->data, 16, bytes); }}}, 0.9, [&] { out.setTo(cv::Scalar(1, 2, 3, 4)); });
+        {{"memset", [&] { std::memset(target->data, 16, bytes); }}}, 0.9, [&] { out.setTo(cv::Scalar(1, 2, 3, 4)); },
+        {{"limit: memset, as many threads", [&] {
+              Limit{nullptr, target->data, bytes}.Run();
+          }}});
     Rows(
         "fill of alpha, " + size.Text(), double(bytes) / 1e6, "MB", [&] { FillAlphaKQ(target.get(), 200); },
         {{"memset", [&] { std::memset(target->data, 16, bytes); }}}, 0.9);
