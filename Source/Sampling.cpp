@@ -171,54 +171,32 @@ SourceBytes StartOf(const Sampling& work, const SourceBytes& row) {
     return {row.from + (work.startX >> 16) * work.fromBytes, row.ahead, row.targetAhead};
 }
 
-struct ToNativeKernel {
+// A row of whole columns, made by one call.
+template <void (*Make)(const SourceBytes& row, u8* to, i64 pixels, bool stream, Simd level)>
+struct RowKernel {
     const Sampling& work;
     bool stream;
     Simd level;
 
-    void operator()(const SourceBytes& row, u8* to) const {
-        ReverseToNative(StartOf(work, row), to, work.width, level);
-    }
+    void operator()(const SourceBytes& row, u8* to) const { Make(StartOf(work, row), to, work.width, stream, level); }
 };
 
-struct ToPortableKernel {
-    const Sampling& work;
-    bool stream;
-    Simd level;
-
-    void operator()(const SourceBytes& row, u8* to) const {
-        ReverseToPortable(StartOf(work, row), to, work.width, stream, level);
-    }
-};
+// The fourth byte stays as it is, so nothing can go past the caches.
+void NativeRow(const SourceBytes& row, u8* to, i64 pixels, bool, Simd level) {
+    ReverseToNative(row, to, pixels, level);
+}
 
 // Between the two pixels of 32 bits, column by column.
 bool SampleReversed(const Sampling& work, Form from, Form to, Simd level) {
     bool toNative = from == Form::Argb && to == Form::Bgrx;
     bool toPortable = (from == Form::Bgrx || from == Form::Bgr) && to == Form::Argb;
     if (work.stepX != 65536 || work.fromBytes != 4 || !(toNative || toPortable)) return false;
-    toNative ? SampleRows<ToNativeKernel>(work, to, level) : SampleRows<ToPortableKernel>(work, to, level);
+    if (toNative)
+        SampleRows<RowKernel<NativeRow>>(work, to, level);
+    else
+        SampleRows<RowKernel<ReverseToPortable>>(work, to, level);
     return true;
 }
-
-struct PackKernel {
-    const Sampling& work;
-    bool stream;
-    Simd level;
-
-    void operator()(const SourceBytes& row, u8* to) const {
-        PackRow555(StartOf(work, row), to, work.width, stream, level);
-    }
-};
-
-struct UnpackKernel {
-    const Sampling& work;
-    bool stream;
-    Simd level;
-
-    void operator()(const SourceBytes& row, u8* to) const {
-        UnpackRow555(StartOf(work, row), to, work.width, stream, level);
-    }
-};
 
 // Scales portable pixels a chunk at a time and packs each.
 struct ScaledPackKernel {
@@ -246,11 +224,11 @@ bool SampleWords(const Sampling& work, Form from, Form to, Simd level) {
     bool whole = work.stepX == 65536 && work.fromBytes == PixelBytes(from);
     bool packs = from == Form::Argb && to == Form::Rgb555 && work.fromBytes == 4;
     if (packs && whole)
-        SampleRows<PackKernel>(work, to, level);
+        SampleRows<RowKernel<PackRow555>>(work, to, level);
     else if (packs)
         SampleRows<ScaledPackKernel>(work, to, level);
     else if (whole && from == Form::Rgb555 && to == Form::Argb)
-        SampleRows<UnpackKernel>(work, to, level);
+        SampleRows<RowKernel<UnpackRow555>>(work, to, level);
     else
         return false;
     return true;
