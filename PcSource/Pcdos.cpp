@@ -204,7 +204,7 @@ public:
     // the folder. A lone separator stays, and so does that of a drive, which without it is another folder.
     bool Start(const char* name) {
         if (!Append(name, std::strlen(name))) return false;
-        while (length_ > 1 && IsSeparator(text_[length_ - 1]) && text_[length_ - 2] != ':') text_[--length_] = 0;
+        while (length_ > 1 && IsSeparator(text_[length_ - 1]) && !EndsInDrive()) text_[--length_] = 0;
         return true;
     }
 
@@ -226,6 +226,8 @@ public:
 
 private:
     static bool IsSeparator(char c) { return c == pal::Separator() || c == '/'; }
+
+    bool EndsInDrive() const { return !pal::SlashPaths() && text_[length_ - 2] == ':'; }
 
     bool Append(const char* text, size_t count) {
         if (length_ + count >= capacity_) {

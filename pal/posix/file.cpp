@@ -74,7 +74,8 @@ bool Settle(const char* path, int descriptor, Access access, bool empty) {
         return false;
     if (!S_ISREG(status.st_mode)) return true;
     // Nothing is cut off before the file is ours.
-    return Claim(descriptor, access) && (!empty || status.st_size == 0 || Empty(path, descriptor, access));
+    if (!empty || status.st_size == 0) return Claim(descriptor, access);
+    return Claim(descriptor, Access::Write) && Empty(path, descriptor, access) && Claim(descriptor, access);
 }
 
 File* Open(const char* path, Access access, bool create) {

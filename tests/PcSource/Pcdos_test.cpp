@@ -61,6 +61,16 @@ TEST_F(Pcdos, CreatingEmptiesAnExistingFileWithEveryPermission) {
     }
 }
 
+TEST_F(Pcdos, CreatingWithReadPermissionEmptiesNothingThatIsBeingRead) {
+    if (!pal::SlashPaths()) GTEST_SKIP() << "the share modes of Windows decide, which wine does not ask here";
+    kqtest::WriteWholeFile(path, "old text");
+    KQFileInfo* reader = OpenFileKQ(path.c_str(), KQFILE_Read);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(CreateFileKQ(path.c_str(), KQFILE_Read, 0, 0), nullptr);
+    CloseFileKQ(reader);
+    EXPECT_EQ(Content(), "old text");
+}
+
 TEST_F(Pcdos, CreatingInAMissingFolderIsNotFound) {
     EXPECT_EQ(CreateFileKQ((Folder() + "missing/file").c_str(), KQFILE_Write, 0, 0), nullptr);
     EXPECT_EQ(GetErrorKQ(), 11u);
@@ -397,6 +407,17 @@ TEST_F(Pcdos, DeleteDirOfALinkRemovesTheLink) {
     if (error) GTEST_SKIP() << "this host makes no links: " << error.message();
     EXPECT_NE(DeleteDirKQ((path + pal::Separator()).c_str()), 0);
     EXPECT_FALSE(fs::exists(path));
+    EXPECT_TRUE(fs::exists(target / "a" / "b" / "c" / "four"));
+}
+
+// On a host where that is a name like any other.
+TEST_F(Pcdos, DeleteDirOfALinkThatIsNamedAsADriveRemovesTheLink) {
+    if (!pal::SlashPaths()) GTEST_SKIP() << "names hold no colon here";
+    fs::path target = fs::path(Folder()) / "target", link = fs::path(Folder()) / "foo:";
+    MakeTree(target);
+    fs::create_directory_symlink(target, link);
+    EXPECT_NE(DeleteDirKQ((link.string() + "/").c_str()), 0);
+    EXPECT_FALSE(fs::exists(link));
     EXPECT_TRUE(fs::exists(target / "a" / "b" / "c" / "four"));
 }
 
