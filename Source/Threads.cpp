@@ -211,6 +211,7 @@ namespace kq {
 void StartTaskPool() {
     NewList(&KQEnv->TaskPool);
     if (KQEnv->Processors < 2) return;
+    pal::NoteProcessors();
     for (i32 i = 0; i < KQEnv->Processors; ++i)
         if (!AddPoolEntry(i)) return;
 }

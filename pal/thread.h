@@ -13,6 +13,10 @@ struct Thread;
 // needs itself, and goes up to its own minimum. Null when the thread cannot be had.
 Thread* ThreadStart(void (*routine)(void*), void* argument, size_t stackBytes);
 
+// Takes the processors that the calling thread may use for those of the program, as ThreadPlace and ThreadRoam do from
+// now on.
+void NoteProcessors();
+
 // Keeps the thread on the `index`-th of the processors that the program may use, counted from 0 and round again, as far
 // as the host grants it: threads of different index that work at the same time do not meet on one processor. Threads
 // and programs that it starts inherit its place.

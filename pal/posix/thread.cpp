@@ -24,7 +24,6 @@
 #include <linux/membarrier.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -160,20 +159,12 @@ void EnterContended(Region* region) {
     while (region->state.exchange(kWanted, std::memory_order_acquire) != kFree) FutexWait(&region->state, kWanted);
 }
 
-// Taking a page's rights away makes the kernel interrupt every processor that runs this program, as the barrier does.
-bool BarrierByPage() {
-    size_t size = size_t(sysconf(_SC_PAGESIZE));
-    void* page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (page == MAP_FAILED) return false;
-    *static_cast<volatile char*>(page) = 1;
-    bool done = mprotect(page, size, PROT_NONE) == 0;
-    munmap(page, size);
-    return done;
-}
-
-// The kernel may refuse later what it granted at first, to a program that has locked itself in meanwhile.
-bool BarrierEverywhere() {
-    return syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0 || BarrierByPage();
+// The kernel may refuse later what it granted at first, to a program that has locked itself in meanwhile. Then time
+// does it: a store reaches the others within microseconds.
+void BarrierEverywhere() {
+    if (syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0) return;
+    timespec nap = {0, 10000000};
+    nanosleep(&nap, nullptr);
 }
 
 // Whether the kernel has the barrier; the process has asked for it then.
@@ -206,7 +197,7 @@ void TakeFavourAway(Region* region) {
     Favoured* other = region->favoured.load(std::memory_order_relaxed);
     if (!other) return;
     region->favoured.store(nullptr, std::memory_order_relaxed);
-    while (!BarrierEverywhere()) Pause();
+    BarrierEverywhere();
     region->streakToFavour = std::min(region->streakToFavour * 2, kMostStreak);
     for (int look = 0; other->depth.load(std::memory_order_acquire) > 0; ++look) {
         if (look < 100) {
@@ -290,16 +281,14 @@ Thread* ThreadStart(void (*routine)(void*), void* argument, size_t stackBytes) {
 
 namespace {
 
-cpu_set_t AllowedProcessors() {
-    cpu_set_t set;
-    if (sched_getaffinity(0, sizeof set, &set) != 0) CPU_ZERO(&set);
-    return set;
-}
-
-// As they were when the library was loaded, because a thread that has been placed counts its own alone.
-const cpu_set_t allowed = AllowedProcessors();
+// Of the thread that started the pool: one that has been placed counts its own alone.
+cpu_set_t allowed;
 
 }   // namespace
+
+void NoteProcessors() {
+    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) CPU_ZERO(&allowed);
+}
 
 // The host spreads threads when it wakes them up or at its clock's tick, some milliseconds apart: too late for threads
 // that stay awake between works of a hundred microseconds.

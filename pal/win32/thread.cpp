@@ -52,6 +52,9 @@ void ThreadPlace(Thread* thread, i32 index) {
     SetThreadIdealProcessor(thread->handle, DWORD(index % ProcessorCount()));
 }
 
+// The host places threads among the processors of the program by itself.
+void NoteProcessors() {}
+
 // An ideal processor holds nobody back.
 void ThreadRoam(Thread*) {}
 
