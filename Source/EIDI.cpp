@@ -138,7 +138,7 @@ void CloseEIDI(KQClip* clip) {
         else if (!PutLongKQ(data->file, clip->sourceFrames))
             error = KQEnv->Error;
     }
-    if (!CloseFileKQ(data->file) && written && !error) error = KQERR_WRITE;
+    if (!CloseFileKQ(data->file) && written && !error) error = KQEnv->Error ? KQEnv->Error : u32(KQERR_WRITE);
     if (written) KQEnv->Error = error;
     data->file = nullptr;
     FreeEIDI(clip);

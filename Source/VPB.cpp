@@ -243,7 +243,7 @@ i32 WriteNewFile(KQClip* clip, const KQBitmap* bitmap, kq::WriteBands* bands) {
     if (!file) return 0;
     i32 written = WritePicture(clip, file, bitmap, bands);
     if (CloseFileKQ(file) || !written) return written;
-    KQEnv->Error = KQERR_WRITE;
+    if (!KQEnv->Error) KQEnv->Error = KQERR_WRITE;
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #define KQ_MODULE "Source/getframe"
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "Source/Alloc.h"
 #include "Source/EditList.h"
@@ -212,8 +213,11 @@ int FetchWoven(const FrameRequest& request, i32 source, KQBitmap* bitmap, u32 fl
         FillBitmapKQ(bitmap, request.clip->backgroundColor);
         return 0;
     }
+    u32 before = std::exchange(KQEnv->Error, KQERR_NONE);
     FetchFrame(request.clip, source, other, flags, request.rect, request.width, request.height);
+    u32 error = std::exchange(KQEnv->Error, before);
     FetchFrame(request.clip, source + 1, bitmap, flags, request.rect, request.width, request.height);
+    if (error) KQEnv->Error = error;   // a good second half hides no damage of the first
     WeaveRows(other, bitmap, request.clip->fieldOrder == 1 ? 1 : 0);
     FreeBitmapKQ(other);
     return 1;

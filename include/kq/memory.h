@@ -33,7 +33,7 @@ struct KQBlockHeader {
 };
 
 // Allocates `size` bytes (0 is valid) with guards; `file` is kept as a pointer and must outlive the block. Returns
-// memory aligned to 8 bytes, of more than 102,400 bytes to 64, to be freed with FreeMemoryKQ; null and `Error` 1 when
+// memory aligned to 8 bytes, that of a chunk of its own to 64, to be freed with FreeMemoryKQ; null and `Error` 1 when
 // out of memory.
 KQ_API void* AllocMemoryKQ(size_t size, u32 flags, const char* file, i16 line);
 

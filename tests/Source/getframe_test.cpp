@@ -456,6 +456,7 @@ TEST_F(getframe, PullDownWovenFrameSucceedsThoughAFetchFails) {
     module.failFrame = 3;
     KQBitmap* bitmap = MakeBitmap(8, 6);
     EXPECT_EQ(Get(clip, bitmap, 3), 1);
+    EXPECT_EQ(GetErrorKQ(), KQERR_MODULE);
     EXPECT_EQ(Pixel(bitmap, 0, 0), kBackground);
     EXPECT_EQ(Pixel(bitmap, 0, 1), Place(4, 1, 0));
 }
