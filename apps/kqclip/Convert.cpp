@@ -3,6 +3,7 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
+#include <utility>
 
 #include "apps/kqclip/Commands.h"
 #include "apps/kqclip/Output.h"
@@ -73,6 +74,15 @@ void CheckExisting(const std::vector<std::string>& existing, const ConvertOption
                       (more.empty() ? " exists; --overwrite replaces it" : " exist; --overwrite replaces them"));
 }
 
+// Which files are written, and which of the same pattern are not.
+void TellFiles(const Target& target, size_t replaced, Json& output) {
+    output["files"] = target.Names().size();
+    output["firstFile"] = target.Names().front();
+    output["lastFile"] = target.Names().back();
+    output["replaced"] = replaced;
+    output["others"] = target.Others();
+}
+
 // Writes all steps into the staging folder; a step that is left out loses its name.
 size_t WriteFrames(const Material& material, Plan& plan, const ConvertOptions& options, const Staging& staging,
                    const std::string& progressMode, Report& report) {
@@ -81,6 +91,7 @@ size_t WriteFrames(const Material& material, Plan& plan, const ConvertOptions& o
     Bitmap bitmap = MakeBitmap(size.width, size.height);
     Progress progress("convert", int(plan.steps.size()), progressMode);
     const std::vector<std::string>& names = plan.target.Names();
+    std::vector<std::string> kept;
     size_t written = 0;
     for (size_t i = 0; i < plan.steps.size(); ++i) {
         if (material.Fetch(plan.steps[i], bitmap.get(), report)) {
@@ -88,6 +99,7 @@ size_t WriteFrames(const Material& material, Plan& plan, const ConvertOptions& o
             if (written == 0 || !plan.single) writer.Create(staged);
             writer.Add(bitmap.get(), plan.single ? int(written) : 0);
             if (!plan.single) writer.Finish(1, report);
+            if (!plan.single) kept.push_back(names[i]);
             ++written;
         }
         progress.Show(int(i + 1));
@@ -95,6 +107,7 @@ size_t WriteFrames(const Material& material, Plan& plan, const ConvertOptions& o
     ThrowIfInterrupted();
     if (written == 0) throw Failure("no-frames", "no frame of '" + material.Path() + "' is left to write");
     if (plan.single) writer.Finish(written, report);
+    if (!plan.single) plan.target.KeepOnly(std::move(kept));
     return written;
 }
 
@@ -132,20 +145,18 @@ void Convert(const CommonOptions& common, const InputOptions& input, const Conve
     Plan plan = MakePlan(*material, options, report);
     std::vector<std::string> existing = plan.target.Existing();
     CheckExisting(existing, options);
-    const std::vector<std::string>& names = plan.target.Names();
     Json output = {{"path", options.output},         {"format", plan.module->node.Name},
                    {"width", plan.shape.size.width}, {"height", plan.shape.size.height},
                    {"rate", plan.shape.rate},        {"frames", plan.steps.size()},
-                   {"files", names.size()},          {"firstFile", names.front()},
-                   {"lastFile", names.back()},       {"replaced", existing.size()},
-                   {"others", plan.target.Others()}, {"dryRun", options.dryRun}};
+                   {"dryRun", options.dryRun}};
+    TellFiles(plan.target, existing.size(), output);
     if (!options.dryRun) {
         Staging staging(options.output);
         size_t written = WriteFrames(*material, plan, options, staging, common.progress, report);
         output["frames"] = written;
-        output["files"] = plan.single ? 1 : written;
+        TellFiles(plan.target, plan.target.Existing().size(), output);
         material.reset();   // the output may be the input, which must not be open when it is replaced
-        staging.Commit();
+        staging.Commit(options.overwrite);
     }
     report.facts["output"] = output;
     if (const Json& found = report.facts["input"]["pulldown"]; !common.json && found["source"] == "guessed")

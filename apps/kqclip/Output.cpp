@@ -41,9 +41,10 @@ bool IsOurs(const fs::path& folder) {
     return fs::symlink_status(folder, error).type() == fs::file_type::directory && BelongsToUser(folder);
 }
 
-// Nobody works in it any more. That is not known of another machine's folder, which is left alone for a day.
+// Nobody works in it any more: this process looks before it makes a folder of its own, so one that bears its number is
+// an earlier process's. Nothing is known of another machine's folder, which is left alone for a day.
 bool IsAbandoned(const fs::path& folder, const std::string& name) {
-    if (auto maker = MakerOf(name)) return *maker != ProcessNumber() && !ProcessRuns(*maker);
+    if (auto maker = MakerOf(name)) return *maker == ProcessNumber() || !ProcessRuns(*maker);
     std::error_code error;
     auto newest = fs::last_write_time(folder, error);
     for (fs::directory_iterator file(folder, error), end; !error && file != end; file.increment(error))
@@ -260,10 +261,16 @@ void Staging::KeepModes() const {
     }
 }
 
-void Staging::Commit() {
+// What was not there at the start may have come since.
+void Staging::CheckPlaces(bool overwrite) const {
+    for (const fs::path& file : FilesIn(folder_)) CheckReplaceable(TextOf(home_ / file.filename()), overwrite);
+}
+
+void Staging::Commit(bool overwrite) {
     std::error_code error;
     fs::path work = folder_;
     fs::path complete = home_ / PathFrom(kComplete + TextOf(work.filename()).substr(std::string(kWork).size()));
+    CheckPlaces(overwrite);
     KeepModes();
     fs::rename(work, complete, error);
     if (error) throw SystemFailure("cannot finish in '" + TextOf(home_) + "'", error);
@@ -278,7 +285,7 @@ void Staging::Commit() {
     committed_ = true;
 }
 
-void WriteWhole(const std::string& target, const std::string& bytes) {
+void WriteWhole(const std::string& target, const std::string& bytes, bool overwrite) {
     Staging staging(target);
     errno = 0;
     std::ofstream stream(PathFrom(staging.PathOf(NameOf(target))), std::ios::binary | std::ios::trunc);
@@ -287,7 +294,7 @@ void WriteWhole(const std::string& target, const std::string& bytes) {
     if (!stream)
         throw SystemFailure("cannot write '" + target + "'",
                             std::error_code(errno ? errno : EIO, std::generic_category()));
-    staging.Commit();
+    staging.Commit(overwrite);
 }
 
 }   // namespace kqclip

@@ -39,13 +39,14 @@ public:
     // The path under which to write the file that shall be called `name`.
     std::string PathOf(const std::string& name) const;
 
-    // Moves every file into place, replacing what is there and taking over its mode; throws Failure when one cannot be
-    // moved, with all files as they were.
-    void Commit();
+    // Moves every file into place, replacing what is there, when `overwrite` allows that, and taking over its mode;
+    // throws Failure when one cannot be moved, with all files as they were.
+    void Commit(bool overwrite);
 
 private:
     void MakeHome(const std::string& target);
     void MakeFolder(const std::string& target);
+    void CheckPlaces(bool overwrite) const;
     void KeepModes() const;
 
     std::filesystem::path folder_, home_;
@@ -56,7 +57,7 @@ private:
 // Completes what killed runs had complete and did not get to move into the folder of `path`.
 void FinishKilledMoves(const std::string& path);
 
-// Writes one whole file, staged; throws Failure.
-void WriteWhole(const std::string& target, const std::string& bytes);
+// Writes one whole file, staged, replacing one when `overwrite` allows that; throws Failure.
+void WriteWhole(const std::string& target, const std::string& bytes, bool overwrite);
 
 }   // namespace kqclip

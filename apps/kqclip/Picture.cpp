@@ -128,14 +128,14 @@ int Picture::TextWidth(int scale, const std::string& text) {
     return stb_easy_font_width(copy.data()) * scale;
 }
 
-void Picture::WritePNG(const std::string& file) const {
+void Picture::WritePNG(const std::string& file, bool overwrite) const {
     std::string bytes;
     auto put = [](void* to, void* from, int count) {
         static_cast<std::string*>(to)->append(static_cast<char*>(from), size_t(count));
     };
     if (!stbi_write_png_to_func(put, &bytes, width_, height_, 4, pixels_.data(), width_ * 4))
         throw Failure("no-memory", "out of memory for the picture '" + file + "'; choose a smaller size");
-    WriteWhole(file, bytes);
+    WriteWhole(file, bytes, overwrite);
 }
 
 }   // namespace kqclip

@@ -37,7 +37,7 @@ public:
     static int TextWidth(int scale, const std::string& text);
 
     // Writes a PNG, whole or not at all; throws Failure.
-    void WritePNG(const std::string& file) const;
+    void WritePNG(const std::string& file, bool overwrite) const;
 
 private:
     u8* At(int x, int y) { return &pixels_[(size_t(y) * size_t(width_) + size_t(x)) * 4]; }

@@ -262,7 +262,7 @@ void Sheet(const CommonOptions& common, const InputOptions& input, const SheetOp
     if (!report.damaged.empty()) wrong.push_back(std::to_string(report.damaged.size()) + " damaged");
     sheet.DrawHeader(NameOf(material.Clip()->fileSpec), wrong, FactsOf(material));
     const Picture& picture = sheet.Whole();
-    picture.WritePNG(options.output);
+    picture.WritePNG(options.output, options.overwrite);
     report.facts["output"] = {{"path", options.output},
                               {"width", picture.Width()},
                               {"height", picture.Height()},
@@ -289,7 +289,7 @@ void Frame(const CommonOptions& common, const InputOptions& input, const FrameOp
                       "'" + input.path + "' has no frame " + one.frames + " to write; see 'kqclip info'");
     Picture picture(size.width, size.height, {0, 0, 0});
     picture.TakePixels(bitmap.get());
-    picture.WritePNG(options.output);
+    picture.WritePNG(options.output, options.overwrite);
     report.facts["output"] = {
         {"path", options.output}, {"width", size.width}, {"height", size.height}, {"number", options.number}};
     if (!common.json)

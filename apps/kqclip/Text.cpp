@@ -159,7 +159,7 @@ Line LayOut(KQFont* font, const std::vector<u8>& characters) {
     return line;
 }
 
-void WriteSvg(const std::string& path, const Line& line) {
+void WriteSvg(const std::string& path, const Line& line, bool overwrite) {
     int left = int(std::floor(line.box.left)), top = int(std::floor(line.box.top));
     int width = std::max(int(std::ceil(line.box.right)) - left, 1);
     int height = std::max(int(std::ceil(line.box.bottom)) - top, 1);
@@ -167,7 +167,7 @@ void WriteSvg(const std::string& path, const Line& line) {
     std::snprintf(head, sizeof head,
                   "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%d\" height=\"%d\" viewBox=\"%d %d %d %d\">\n",
                   width, height, left, top, width, height);
-    WriteWhole(path, head + line.paths + "</svg>\n");
+    WriteWhole(path, head + line.paths + "</svg>\n", overwrite);
 }
 
 Json Describe(const KQFont* font) {
@@ -208,7 +208,7 @@ void Text(const CommonOptions& common, const TextOptions& options, Report& repor
     if (line.missing)
         report.Warn("no-outline",
                     "the font '" + name + "' gives no outline for " + Counted(size_t(line.missing), "character"));
-    WriteSvg(options.output, line);
+    WriteSvg(options.output, line, options.overwrite);
     report.facts["font"] = Describe(font);
     report.facts["output"] = {{"path", options.output},     {"characters", characters.size()},
                               {"advance", line.advance},    {"lineAdvance", GetLineAdvanceKQ(font)},

@@ -21,6 +21,9 @@ public:
     // The file names, without their folder.
     const std::vector<std::string>& Names() const { return names_; }
 
+    // The names of the frames that were written, when others were left out.
+    void KeepOnly(std::vector<std::string> written) { names_ = std::move(written); }
+
     // The names that exist already; throws Failure when one of them is no file that may be replaced.
     std::vector<std::string> Existing() const;
 

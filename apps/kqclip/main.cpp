@@ -130,6 +130,7 @@ int RunTool(std::vector<std::string> arguments) {
         request.common.json = json;
         return Finish(request, report, {{"code", failure.Code()}, {"message", failure.what()}});
     }
+    if (request.common.json && request.common.progress == "auto") request.common.progress = "none";
     return Perform(request);
 }
 

@@ -2,6 +2,7 @@
 import os
 import re
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -171,6 +172,39 @@ class WriteTest(ToolTest):
         os.utime(folder, (0, 0))
         os.utime(os.path.join(folder, "s.2.vpb"), (0, 0))
         self.assert_left_alone(folder)
+
+    def test_a_folder_of_a_process_of_the_same_number_is_completed(self):
+        if not is_native():
+            self.skipTest("the runner gives its programs other numbers")
+        folder = self.left_complete()
+        start = folder[:folder.rindex("-", 0, folder.rindex("-"))]
+        script = f'mv "$1" "{start}-$$-0" && exec "$2" convert a.flm p.ei'
+        done = subprocess.run(["sh", "-c", script, "sh", folder, *COMMAND], capture_output=True, timeout=60)
+        self.assertEqual((done.returncode, done.stderr), (0, b""))
+        self.assertEqual(self.read("s.2.vpb"), b"planted")
+
+    def test_an_ignored_signal_stays_ignored(self):
+        if not is_native():
+            self.skipTest("the runner passes no signals on")
+        script = 'trap "" HUP; exec "$1" convert a.flm o.ei --frames 0-3000000 --missing hold'
+        run = subprocess.Popen(["sh", "-c", script, "sh", *COMMAND], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        while not any(name.startswith(".kqclip-work-") for name in os.listdir(".")):
+            self.assertIsNone(run.poll())
+        run.send_signal(signal.SIGHUP)
+        with self.assertRaises(subprocess.TimeoutExpired):
+            run.wait(0.3)
+        run.send_signal(signal.SIGTERM)
+        run.communicate(timeout=60)
+        self.assertEqual(run.returncode, 130)
+
+    def test_a_file_that_is_left_out_is_told_when_an_old_one_stays(self):
+        self.run_tool("convert", "a.flm", "in.#.vpb")
+        self.run_tool("convert", "a.flm", "out.#.vpb")
+        old = self.read("out.2.vpb")
+        self.write("in.2.vpb", b"damaged")
+        output = self.run_json("convert", "in.#.vpb", "out.#.vpb", "--overwrite", "--missing", "skip", code=3)["output"]
+        self.assertEqual((output["files"], output["replaced"], output["others"]), (4, 4, "2"))
+        self.assertEqual(self.read("out.2.vpb"), old)
 
     def test_an_unfinished_folder_of_another_owner_is_left_alone(self):
         if not is_native() or os.geteuid() != 0:

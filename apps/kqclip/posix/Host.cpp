@@ -37,7 +37,11 @@ void OnStopWish(void (*note)(int)) {
     struct sigaction action = {};
     action.sa_handler = note;
     action.sa_flags = SA_RESTART;
-    for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction inherited = {};
+        sigaction(signal, nullptr, &inherited);
+        if (inherited.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);   // nohup, and a script's `&`
+    }
     signal(SIGPIPE, SIG_IGN);
 }
 
