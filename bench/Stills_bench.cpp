@@ -6,8 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,6 +17,7 @@
 
 #include "KQLib.h"
 #include "bench/Bench.h"
+#include "tests/support/HelperProcesses.h"
 
 namespace {
 
@@ -143,26 +142,6 @@ void FilmByTool() {
           std::to_string(kFilm - 1) + " --overwrite >/dev/null");
 }
 
-// The workers of this process's helper.
-std::vector<pid_t> Workers() {
-    std::vector<std::pair<pid_t, pid_t>> found;
-    for (auto& entry : fs::directory_iterator("/proc")) {
-        std::ifstream stat(entry.path() / "stat");
-        std::string line;
-        if (!std::getline(stat, line) || line.find("(kqstills)") == std::string::npos) continue;
-        std::istringstream rest(line.substr(line.rfind(')') + 1));
-        char state;
-        pid_t above;
-        rest >> state >> above;
-        found.emplace_back(pid_t(std::stol(entry.path().filename())), above);
-    }
-    std::vector<pid_t> workers;
-    for (auto& [process, above] : found)
-        for (auto& [keeper, program] : found)
-            if (above == keeper && program == getpid()) workers.push_back(process);
-    return workers;
-}
-
 void Verdict(const char* what, double seconds, double limit) {
     std::printf("    %s: %.1f ms\n    to reach: under %.0f ms: %s\n", what, seconds * 1e3, limit * 1e3,
                 seconds < limit ? "reached" : "NOT reached");
@@ -187,7 +166,7 @@ void Restart() {
     std::vector<double> times;
     for (int i = 0; i < 21; ++i) {
         GetFrameKQ(clip, bitmap, nullptr, nullptr, nullptr);
-        std::vector<pid_t> workers = Workers();
+        std::vector<pid_t> workers = kqtest::Workers();
         times.push_back(bench::Seconds([&] {
             for (pid_t worker : workers) kill(worker, SIGKILL);
             if (!GetFrameKQ(clip, bitmap, nullptr, nullptr, nullptr)) std::printf("    WRONG: no frame\n");

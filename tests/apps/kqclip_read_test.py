@@ -4,7 +4,7 @@ import shutil
 import struct
 import zlib
 
-from tool import COMMAND, ToolTest, film_of, filmstrip, is_native, main, pictures_of
+from tool import COMMAND, ToolTest, film_of, filmstrip, is_native, main, pictures_of, telecined_film
 
 LARGEST = 2147483647
 
@@ -360,18 +360,8 @@ class ReadTest(ToolTest):
 
     def telecined(self):
         """Writes v.NN.vpb, a film with 3:2 pull-down of phase 1."""
-        width, height = 64, 48
-        films = []
-        for n in range(32):   # a bright bar that moves three pixels a frame
-            row = b"".join((b"\xff" if (x - 3 * n) % width < 12 else b"\x20") * 3 + b"\xff" for x in range(width))
-            films.append(row * height)
-        video = []
-        for n in range(0, 32, 4):
-            a, b, c, d = films[n:n + 4]
-            after = films[n + 4] if n + 4 < 32 else d
-            rows = lambda even, odd: b"".join((odd if y % 2 else even)[y * width * 4:(y + 1) * width * 4] for y in range(height))
-            video += [a, b, c, rows(d, c), rows(after, d)]
-        self.write("video.flm", film_of(video, width, height, 30))
+        _, video = telecined_film()
+        self.write("video.flm", film_of(video, 64, 48, 30))
         self.run_tool("convert", "video.flm", "v.##.vpb")
 
     def guessed(self, code=0):

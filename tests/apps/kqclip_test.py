@@ -5,7 +5,7 @@ import struct
 import subprocess
 import zlib
 
-from tool import COMMAND, ToolTest, film_of, filmstrip, main, pictures_of, vpb
+from tool import COMMAND, ToolTest, film_of, filmstrip, main, pictures_of, telecined_film, vpb
 
 
 class KqclipTest(ToolTest):
@@ -340,18 +340,8 @@ class KqclipTest(ToolTest):
         self.assertEqual(self.converted("--pulldown", "2", "--fields", "2", source="a.flm")[2:4], wanted)
 
     def test_pulldown_is_guessed_and_removed(self):
-        width, height = 64, 48
-        films = []
-        for n in range(32):   # a bright bar that moves three pixels a frame
-            row = b"".join((b"\xff" if (x - 3 * n) % width < 12 else b"\x20") * 3 + b"\xff" for x in range(width))
-            films.append(row * height)
-        video = []
-        for n in range(0, 32, 4):   # A, B, C, then D above C, then the next A above D: even rows come first
-            a, b, c, d = films[n:n + 4]
-            after = films[n + 4] if n + 4 < 32 else d
-            mix = lambda even, odd: b"".join((odd if y % 2 else even)[y * width * 4:(y + 1) * width * 4] for y in range(height))
-            video += [a, b, c, mix(d, c), mix(after, d)]
-        self.write("a.flm", film_of(video, width, height, 30))
+        films, video = telecined_film()
+        self.write("a.flm", film_of(video, 64, 48, 30))
         clip = self.run_json("info", "a.flm", "--pulldown", "guess")["input"]
         self.assertEqual((clip["pulldown"]["source"], clip["pulldown"]["phase"], clip["rate"]), ("guessed", 1, 24.0))
         self.assertEqual(self.converted("--pulldown", "guess", source="a.flm"), films)

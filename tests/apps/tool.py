@@ -46,6 +46,21 @@ def pictures_of(data):
     return width, height, rate, [data[i * step:i * step + width * height * 4] for i in range(count)]
 
 
+def telecined_film(width=64, height=48):
+    """32 pictures of a bright bar that moves, and the 40 that 3:2 pull-down of phase 1 makes of them, even rows first."""
+    films = []
+    for n in range(32):   # three pixels a frame
+        row = b"".join((b"\xff" if (x - 3 * n) % width < 12 else b"\x20") * 3 + b"\xff" for x in range(width))
+        films.append(row * height)
+    video = []
+    for n in range(0, 32, 4):   # A, B, C, then D above C, then the next A above D
+        a, b, c, d = films[n:n + 4]
+        after = films[n + 4] if n + 4 < 32 else d
+        mix = lambda even, odd: b"".join((odd if y % 2 else even)[y * width * 4:(y + 1) * width * 4] for y in range(height))
+        video += [a, b, c, mix(d, c), mix(after, d)]
+    return films, video
+
+
 def is_native():
     """Whether the tool is started without a runner."""
     return len(COMMAND) == 1

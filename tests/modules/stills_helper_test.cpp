@@ -18,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/HelperProcesses.h"
 #include "support/StillsFixture.h"
 
 namespace {
@@ -27,31 +28,6 @@ namespace fs = std::filesystem;
 
 class StillsHelper : public StillsTest {
 protected:
-    // The processes whose parent is `parent`, by their name.
-    static std::vector<pid_t> Children(pid_t parent) {
-        std::vector<pid_t> children;
-        for (auto& entry : fs::directory_iterator("/proc")) {
-            std::ifstream stat(entry.path() / "stat");
-            std::string line;
-            if (!std::getline(stat, line) || line.find("(kqstills)") == std::string::npos) continue;
-            std::istringstream rest(line.substr(line.rfind(')') + 1));
-            char state;
-            pid_t above;
-            rest >> state >> above;
-            if (above == parent && state != 'Z') children.push_back(pid_t(std::stol(entry.path().filename())));
-        }
-        return children;
-    }
-
-    static std::vector<pid_t> Keepers() { return Children(getpid()); }
-
-    static std::vector<pid_t> Workers() {
-        std::vector<pid_t> workers;
-        for (pid_t keeper : Keepers())
-            for (pid_t worker : Children(keeper)) workers.push_back(worker);
-        return workers;
-    }
-
     static void KillAll(const std::vector<pid_t>& processes, int number) {
         for (pid_t process : processes) kill(process, number);
     }
@@ -170,37 +146,19 @@ TEST_F(StillsHelper, AStoppedWorkerIsGivenUpAfterItsTime) {
 }
 
 TEST_F(StillsHelper, EndsWithTheProgramThatStartedIt) {
-    std::string names = Folder() + "helpers";
-    pid_t program = fork();
-    ASSERT_GE(program, 0);
-    if (program == 0) {   // as a new program would: with a helper of its own
-        setenv("KQTEST_HELPERS", names.c_str(), 1);
-        execl("/proc/self/exe", "/proc/self/exe", "--gtest_filter=*DiesWithoutCleaningUp*",
-              "--gtest_also_run_disabled_tests", nullptr);
-        _exit(1);
-    }
-    int status;
-    waitpid(program, &status, 0);
+    std::string program = std::string(KQEnv->AppDir) + "StillsUser", names;
+    std::FILE* output = popen(("exec '" + program + "' '" + Seed("plain.png") + "'").c_str(), "r");
+    ASSERT_NE(output, nullptr);
+    for (int c; (c = std::fgetc(output)) != EOF;) names += char(c);
+    int status = pclose(output);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-    std::ifstream file(names);
-    std::vector<pid_t> helpers{std::istream_iterator<pid_t>(file), {}};
+    std::istringstream numbers(names);
+    std::vector<pid_t> helpers{std::istream_iterator<pid_t>(numbers), {}};
     ASSERT_GE(helpers.size(), 2u) << "a keeper and its worker";
     for (pid_t helper : helpers) {
         for (int i = 0; i < 500 && IsAlive(helper); ++i) usleep(10000);
         EXPECT_FALSE(IsAlive(helper)) << helper;
     }
-}
-
-// Run by the test above, in a process of its own.
-TEST_F(StillsHelper, DISABLED_DiesWithoutCleaningUp) {
-    const char* names = std::getenv("KQTEST_HELPERS");
-    ASSERT_NE(names, nullptr);
-    ASSERT_NE(Read(Seed("plain.png")), nullptr);
-    std::ofstream file(names);
-    for (pid_t helper : Keepers()) file << helper << ' ';
-    for (pid_t helper : Workers()) file << helper << ' ';
-    file.close();
-    raise(SIGKILL);
 }
 
 // Whether a process has the file open.

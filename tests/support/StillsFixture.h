@@ -100,6 +100,13 @@ protected:
     static std::string ExtensionOf(const std::string& path) { return path.substr(path.rfind('.') + 1); }
 
     // Opens a still, or a sequence, as kqclip does: the tag names the extension.
+    // The platform's image library does not read files of this kind.
+    void ExpectNotOpened(const std::string& file) {
+        KQEnv->Error = KQERR_NONE;
+        EXPECT_EQ(Open(Seed(file)), nullptr) << file;
+        EXPECT_NE(GetErrorKQ(), u32(KQERR_NONE)) << file;
+    }
+
     KQClip* Open(const std::string& path, bool single = true) {
         char code[5] = {};
         ExtensionOf(path).copy(code, 4);
